@@ -1,0 +1,106 @@
+// The state of one simulated Windows computer, as machine.json holds it, and
+// the record of what a run did to it. Shared by the services of the
+// simulated platform.
+#pragma once
+
+#include "platform/Platform.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+struct SimPrinter {
+  std::string name;
+  std::optional<std::string> serverName;  // nullopt: a null pointer
+  std::string shareName, portName, driverName, comment, location;
+  uint32_t attributes = 0;
+};
+
+struct PrintServer {
+  std::vector<std::string> queues;
+};
+
+struct RegistryValue {
+  uint32_t type = 1;             // REG_SZ
+  std::vector<uint8_t> data;     // as RegQueryValueExA gives it (REG_SZ with its NUL)
+};
+
+struct PrintQueue {
+  std::optional<std::string> name;         // absent: the entry has no "name"
+  std::vector<std::string> printShareName;
+};
+
+struct DirectoryError {
+  int32_t number = 0;
+  std::string description;
+};
+
+struct SimDirectory {
+  std::string domain;
+  std::string namingContext;
+  std::vector<PrintQueue> printQueues;
+  std::optional<DirectoryError> queryError;
+  std::optional<std::string> ldap;        // "ldap://host:port": a real server
+};
+
+struct EventEntry {
+  std::string source;
+  int type = 0;
+  int category = 0;
+  uint32_t id = 0;
+  std::vector<std::string> strings;
+  std::string data;
+};
+
+struct Fault {
+  std::string call;
+  std::optional<std::string> match;
+  int64_t result = 0;
+  uint32_t lastError = 0;
+  int skip = 0;
+  std::optional<int> times;
+  int seen = 0;    // matching calls so far
+  int fired = 0;   // times it fired
+};
+
+struct Machine {
+  // os
+  uint32_t platformId = 2, majorVersion = 10, minorVersion = 0, versionError = 0;
+  std::optional<std::string> computerName = "PC042";
+  std::optional<std::string> userName = "jdoe";
+  std::string exePath = "C:\\Deploy\\ZandolinEngine.exe";
+  std::string profileDir = "C:\\Users\\jdoe";
+  std::string windowsDir = "C:\\Windows";
+  std::string systemDir = "C:\\Windows\\system32";
+  std::string tempDir = "C:\\Users\\jdoe\\AppData\\Local\\Temp\\";
+  std::optional<std::string> localHostName;   // absent: the computer name
+  std::optional<std::string> clock;           // "YYYY-MM-DDTHH:MM:SS"; absent: host clock
+  uint32_t timerIntervalMs = 1000;
+  std::vector<SimPrinter> printers;
+  std::optional<std::string> defaultPrinter;
+  std::map<std::string, PrintServer> printServers;   // names compare case-blind
+  std::vector<std::string> drivers;
+  std::vector<std::string> ports = {"LPT1:", "FILE:"};
+  // section -> key -> value, in file order
+  std::vector<std::pair<std::string, std::vector<std::pair<std::string, std::string>>>> winIni;
+  // key path -> value name -> value, in file order; paths compare case-blind
+  std::vector<std::pair<std::string, std::vector<std::pair<std::string, RegistryValue>>>> registry;
+  std::optional<SimDirectory> directory;
+  std::vector<EventEntry> eventLog;
+  std::vector<std::string> readOnly;
+  std::vector<Fault> faults;
+};
+
+// Reads folder/machine.json (absent file: all defaults). Throws MachineError
+// naming the file and the line and column, or the field, and what was
+// expected.
+Machine LoadMachine(const std::filesystem::path& folder);
+// Writes the machine back to folder/machine.json.
+void SaveMachine(const std::filesystem::path& folder, const Machine& machine);
+
+}  // namespace sim
