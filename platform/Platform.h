@@ -198,6 +198,9 @@ class UserInterface {
   virtual void ShowProgressWindow() = 0;
   virtual void SetProgressLabel(const std::string& text) = 0;
   virtual void SetProgressBar(int maximum, int value) = 0;
+  // The bar's step of one progress statement (the wrap from 100 to 1
+  // included); counted apart from the settings of the start and the finish.
+  virtual void MoveProgressBar(int value) = 0;
   virtual void RedrawProgressWindow() = 0;
   virtual void DestroyProgressWindow() = 0;
 };
