@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Builds everything (Linux with sanitizers, Windows x86_64 and i686) and runs
+# every test: the unit and scenario tests, then the Windows build under Wine.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+jobs=$(nproc)
+
+"$root/scripts/install-deps.sh"
+
+echo "== Linux build and tests"
+cmake -S "$root" -B "$root/build/linux" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DZANDOLIN_SANITIZE=ON >/dev/null
+ninja -C "$root/build/linux" -j "$jobs"
+(cd "$root/build/linux" && ctest --output-on-failure -j "$jobs")
+
+echo "== Windows builds"
+for arch in x86_64 i686; do
+  cmake -S "$root" -B "$root/build/win-$arch" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-$arch.cmake" >/dev/null
+  ninja -C "$root/build/win-$arch" -j "$jobs"
+done
+
+echo "== Windows build under Wine"
+"$root/tests/e2e/run-all.sh" "$root/build/win-x86_64/ZandolinEngine.exe" "$root/build/linux/zandolin-debug"
