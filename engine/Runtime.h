@@ -22,6 +22,8 @@ inline constexpr int32_t kErrOverflow = 6;              // "Overflow"
 inline constexpr int32_t kErrSubscriptOutOfRange = 9;   // "Subscript out of range"
 inline constexpr int32_t kErrTypeMismatch = 13;         // "Type mismatch"
 [[noreturn]] void RaiseFatal(int32_t number);
+// The same with a description of its own (a file error's number and text).
+[[noreturn]] void RaiseFatal(int32_t number, const std::string& description);
 
 // The pending error of a stretch that runs with failures trapped.
 struct ErrObject {
@@ -47,6 +49,8 @@ void FormLoaded(const void* form);
 void FormUnloaded(const void* form);
 bool IsFormLoaded(const void* form);
 int LoadedFormCount();
+// Forgets every loaded form (process start).
+void ClearLoadedForms();
 
 // Shorthand for the active platform services.
 inline platform::ServiceSet& Sys() { return platform::Services(); }
@@ -71,6 +75,9 @@ double Val(const std::string& text);
 // A number to 16 signed bits, halves to the even neighbour; fatal Overflow
 // when it does not fit.
 int16_t CInt(double value);
+// A text to a Boolean as the language converts it: "True" or "False" in any
+// case, or a number (not 0 is True); fatal Type mismatch otherwise.
+bool CBool(const std::string& text);
 // Decimal text of a number.
 std::string Str(long long value);
 

@@ -7,6 +7,12 @@
 #include <cstdint>
 #include <string>
 
+// The module's values while an entry is written; set afresh each time.
+extern int16_t EventStringCount;
+extern HANDLE EventSourceHandle;
+extern char* EventMessagePointer;
+extern int32_t EventMessageSize;
+
 void WriteOutcomeToEventLog();
 void WriteEventLogEntry(const std::string& Source, const std::string& Message, int16_t EventType,
                         int32_t EventId);

@@ -26,12 +26,13 @@
 
 namespace platform {
 
-// A failed operation of the runtime kind: Number above 0 and the system's
-// description of it. Number 0 is success.
+// A failed operation of the runtime kind: a number and the system's
+// description of it. Number 0 is success; file failures are above 0, the
+// directory's are HRESULT-style and negative.
 struct Failure {
   int32_t Number = 0;
   std::string Description;
-  bool failed() const { return Number > 0; }
+  bool failed() const { return Number != 0; }
 };
 
 // Run-time error numbers and texts the implementations report for files.
@@ -189,6 +190,10 @@ class UserInterface {
   virtual int MessageBox(const std::string& text, const std::string& title, UINT style) = 0;
   // One round of pending window messages, socket events and timer ticks.
   virtual void DoEvents() = 0;
+  // Waits until an event may be pending (a message, a socket event, a
+  // timer tick), then runs one round as DoEvents does. The idle loop after
+  // Main uses it so that a waiting process does not spin.
+  virtual void WaitForEvents() { DoEvents(); }
   // A timer with the given interval; ticks while enabled.
   virtual int CreateTimer(TimerEvents* owner, DWORD intervalMs, bool enabled) = 0;
   virtual void EnableTimer(int timer, bool enabled) = 0;

@@ -13,11 +13,7 @@ ninja -C "$root/build/linux" -j "$jobs"
 (cd "$root/build/linux" && ctest --output-on-failure -j "$jobs")
 
 echo "== Windows builds"
-for arch in x86_64 i686; do
-  cmake -S "$root" -B "$root/build/win-$arch" -G Ninja -DCMAKE_BUILD_TYPE=Release \
-    -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-$arch.cmake" >/dev/null
-  ninja -C "$root/build/win-$arch" -j "$jobs"
-done
+"$root/scripts/build-windows.sh" "$root/build"
 
 echo "== Windows build under Wine"
-"$root/tests/e2e/run-all.sh" "$root/build/win-x86_64/ZandolinEngine.exe" "$root/build/linux/zandolin-debug"
+"$root/tests/e2e/run-all.sh" "$root/build/build-win64/ZandolinEngine.exe" "$root/build/linux/zandolin-debug"

@@ -7,12 +7,70 @@
 
 #include <nlohmann/json.hpp>
 
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace sim {
+
+// A Windows path placed on the simulated drives.
+struct ResolvedPath {
+  enum Status {
+    kOk,        // host and windows are set
+    kBadName,   // a character Windows does not allow in a name
+    kNoDevice,  // a drive or share that the client does not have
+    kNoDrive,   // a relative path and no current folder to take it from
+  };
+  Status status = kNoDrive;
+  std::filesystem::path host;   // the host path, case-blind against what exists
+  std::string windows;          // the canonical Windows path ("C:\\Deploy\\a.ini")
+  bool onDriveC = false;        // drive C: always exists, its folder is made on demand
+};
+
+// Places a Windows path on the drives of the client folder: "C:\\a" is
+// folder/files/C/a, "\\\\srv\\share\\x" is folder/files/UNC/srv/share/x.
+// Separators may be "\\" or "/"; "." and ".." are applied; each existing
+// component is matched case-blind. A relative path is taken from
+// currentDir (a Windows folder); with an empty currentDir it gives kNoDrive.
+// wildcards lets the last component hold "*" and "?".
+ResolvedPath ResolveWindowsPath(const std::filesystem::path& folder, const std::string& windowsPath,
+                                const std::string& currentDir = "", bool wildcards = false);
+
+// Why the simulated process cannot end: DoEvents and Sleep throw it once
+// the wall-clock limit of the run has passed. Only Client::Run catches it.
+struct StuckError {
+  std::string why;
+};
+
+struct SimTimer {
+  platform::TimerEvents* owner = nullptr;
+  uint32_t intervalMs = 1000;
+  bool enabled = false;
+  std::chrono::steady_clock::time_point due;
+};
+
+struct SimSocket {
+  platform::SocketEvents* owner = nullptr;
+  int state = platform::kSocketClosed;
+  std::string host, port, sent, received;
+  int transcriptIndex = -1;            // its entry in Context::sockets
+  bool errorPending = false;           // an error event waits for the pump
+  int32_t errorNumber = 0;
+  std::string errorDescription;
+};
+
+struct ProgressRecord {
+  bool created = false;
+  bool shown = false;
+  std::vector<std::string> labels;
+  int64_t steps = 0;
+  int value = 0;
+  int maximum = 100;
+};
 
 struct Context {
   std::filesystem::path folder;   // the client folder (machine.json, files/)
@@ -23,12 +81,41 @@ struct Context {
   std::vector<SimPrinter> printersBefore;
   std::optional<std::string> defaultBefore;
   nlohmann::json spoolerCalls = nlohmann::json::array();
+  nlohmann::json messageBoxes = nlohmann::json::array();
+  nlohmann::json eventLogWritten = nlohmann::json::array();
+  nlohmann::json sockets = nlohmann::json::array();
+  std::vector<std::string> filesWritten;   // canonical Windows paths, first write first
+  ProgressRecord progress;
+  nlohmann::json ended = nullptr;          // "returned", "fatal", "stuck"; null before the end
+  nlohmann::json fatal = nullptr;          // {number, description}
+  nlohmann::json stuckIn = nullptr;        // why the process would not end
+
+  // The process.
+  std::string commandLine;
+  platform::LocalTime startTime;           // the clock at the start of the run
+  int64_t elapsedMs = 0;                   // simulated time since then
+  std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
+  uint64_t boundaryCalls = 0;              // calls of the boundary so far
+  uint64_t callsAtLastPump = 0;            // boundaryCalls when DoEvents last returned
+
+  // Handles and objects of the run.
+  uintptr_t nextHandle = 0x1000;
+  std::map<uintptr_t, std::string> registryKeys;   // open key handle -> key path
+  std::map<uintptr_t, std::string> eventSources;   // event source handle -> source
+  std::map<uintptr_t, bool> tokens;                // open process tokens
+  std::map<int, SimTimer> timers;
+  int nextTimer = 1;
+  std::map<int, SimSocket> socketTable;
+  int nextSocket = 1;
 
   // The fault for this call, if one fires now; a fired fault also sets
   // lastError. firstArg is the call's first string argument (for calls on a
   // printer handle, the name the handle was opened with; for file and
   // registry calls, the path).
   const Fault* TakeFault(const std::string& call, const std::string& firstArg);
+  // The same, where a fault's match may name any of several texts of the
+  // call (a registry call: the key's full path, the sub-key or value name).
+  const Fault* TakeFault(const std::string& call, const std::vector<std::string>& args);
 
   // Records a call that adds, removes or changes a printer, a driver, a port
   // or the default printer.
@@ -46,12 +133,34 @@ struct Context {
   std::filesystem::path HostPath(const std::string& windowsPath) const;
   // Whether the Windows path lies in (or is) a read-only path.
   bool IsReadOnly(const std::string& windowsPath) const;
+
+  // The folder of exePath: the process's current folder, from which
+  // relative file names are taken.
+  std::string CurrentDir() const;
+  // A path resolved against the drives, relative names from CurrentDir().
+  ResolvedPath Resolve(const std::string& windowsPath, bool wildcards = false) const;
+  // Notes a file created or changed (canonical Windows path), once.
+  void NoteFileWritten(const std::string& windowsPath);
+  // Why the process cannot end now ("forms still loaded: 1, timers
+  // enabled: 1"), and throws StuckError with it once the deadline has passed.
+  std::string StuckReason() const;
+  void CheckDeadline() const;
+  // Fresh records for a run: start time, deadline, transcript, handles.
+  void BeginRun(double limitSeconds);
+  // The transcript of the run so far: how it ended, what it showed, wrote
+  // and changed, and the engine's report and debug log.
+  nlohmann::json Transcript() const;
 };
 
 // The context of the client that is installed.
 Context& Current();
+// Makes context current (nullptr: a blank context of all defaults).
+void SetCurrent(Context* context);
 
 // The simulated spooler (SimSpooler.cpp); works on Current().
 platform::Spooler& SpoolerService();
+
+// A printer as the transcript and machine.json give it.
+nlohmann::json PrinterToJson(const SimPrinter& printer);
 
 }  // namespace sim

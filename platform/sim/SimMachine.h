@@ -25,6 +25,15 @@ struct PrintServer {
   std::vector<std::string> queues;
 };
 
+// A registry value. In machine.json a plain string is REG_SZ; any other value
+// is {"type": T, "data": D}, where D is, by type:
+//   1 REG_SZ, 2 REG_EXPAND_SZ: a string (stored with its NUL);
+//   4 REG_DWORD, 5 REG_DWORD_BIG_ENDIAN, 11 REG_QWORD: a number;
+//   7 REG_MULTI_SZ: an array of strings (each with its NUL, and one more NUL);
+//   any type: an array of byte values 0-255, taken as they stand;
+//   3 REG_BINARY and other types: also a string, its bytes without a NUL.
+// A missing "data" is no bytes at all. Saving writes each value back in the
+// first of these forms that gives its bytes exactly.
 struct RegistryValue {
   uint32_t type = 1;             // REG_SZ
   std::vector<uint8_t> data;     // as RegQueryValueExA gives it (REG_SZ with its NUL)
@@ -98,7 +107,7 @@ struct Machine {
 
 // Reads folder/machine.json (absent file: all defaults). Throws MachineError
 // naming the file and the line and column, or the field, and what was
-// expected.
+// expected: "machine.json: field 'os.platformId': expected an integer".
 Machine LoadMachine(const std::filesystem::path& folder);
 // Writes the machine back to folder/machine.json.
 void SaveMachine(const std::filesystem::path& folder, const Machine& machine);

@@ -1,0 +1,71 @@
+// zandolin-debug FILE: prints a debug file as UTF-8 text on standard output.
+// Exit status 0 when the file held a debug log; 2, with the reason on
+// standard error, for a missing argument, a file that cannot be read, an
+// empty file or one that holds no debug log.
+#include "app/DebugFileReader.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#endif
+
+namespace {
+
+constexpr int kUsageError = 2;
+
+int Fail(const std::string& message) {
+  std::fprintf(stderr, "zandolin-debug: %s\n", message.c_str());
+  return kUsageError;
+}
+
+bool ReadFile(const std::string& path, std::vector<uint8_t>& bytes, std::string& error) {
+  std::FILE* file = std::fopen(path.c_str(), "rb");
+  if (!file) {
+    error = std::strerror(errno);
+    return false;
+  }
+  uint8_t chunk[1 << 16];
+  size_t got;
+  while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0) bytes.insert(bytes.end(), chunk, chunk + got);
+  bool failed = std::ferror(file) != 0;
+  if (failed) error = std::strerror(errno ? errno : EIO);
+  std::fclose(file);
+  return !failed;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2 || argv[1][0] == '\0') {
+    std::fprintf(stderr, "usage: zandolin-debug FILE\n");
+    return kUsageError;
+  }
+  const std::string path = argv[1];
+  std::string error;
+
+  std::vector<uint8_t> bytes;
+  if (!ReadFile(path, bytes, error)) return Fail("cannot read " + path + ": " + error);
+
+  DecodedDebugFile decoded;
+  if (!DecodeDebugFile(bytes, decoded, error)) return Fail(path + ": " + error);
+
+#ifdef _WIN32
+  // The log's own CR LF line ends, not doubled by the console's text mode.
+  _setmode(_fileno(stdout), _O_BINARY);
+#endif
+  if (std::fwrite(decoded.text.data(), 1, decoded.text.size(), stdout) != decoded.text.size() ||
+      std::fflush(stdout) != 0)
+    return Fail("cannot write standard output");
+  if (decoded.droppedBytes > 0)
+    std::fprintf(stderr,
+                 "zandolin-debug: %s: dropped %zu bytes at the end, the tail of an older, longer "
+                 "run\n",
+                 path.c_str(), decoded.droppedBytes);
+  return 0;
+}

@@ -1,0 +1,336 @@
+// zandolin-sim: runs the engine once on a simulated client folder and
+// reports what the run did to it.
+//
+//   zandolin-sim [MACHINE_DIR] [--cmdline TEXT] [--json] [--report FILE]
+//                [--dry-run] [--limit SECONDS]
+#include "platform/sim/SimContext.h"
+#include "platform/sim/Simulator.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+namespace {
+
+const char kUsage[] =
+    "usage: zandolin-sim [MACHINE_DIR] [--cmdline TEXT] [--json] [--report FILE]\n"
+    "                    [--dry-run] [--limit SECONDS]\n"
+    "\n"
+    "Runs the engine once on the simulated client in MACHINE_DIR (machine.json and\n"
+    "files/) and leaves the folder as the run left the computer. Without MACHINE_DIR\n"
+    "it runs on a fresh copy of the bundled example client.\n"
+    "\n"
+    "  --cmdline TEXT     the engine's command line (default: empty)\n"
+    "  --json             print the transcript as JSON instead of the report\n"
+    "  --report FILE      also write the JSON transcript to FILE\n"
+    "  --dry-run          run on a copy; MACHINE_DIR is left as it was\n"
+    "  --limit SECONDS    wall-clock time before the run counts as stuck (default 120)\n";
+
+struct Options {
+  std::optional<fs::path> machineDir;
+  std::string commandLine;
+  bool json = false;
+  std::optional<std::string> reportFile;
+  bool dryRun = false;
+  double limitSeconds = 120;
+};
+
+struct UsageError {
+  std::string message;
+};
+
+bool ParseSeconds(const std::string& text, double& seconds) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  seconds = std::strtod(text.c_str(), &end);
+  return end && *end == '\0' && seconds >= 0 && seconds < 1e9;
+}
+
+Options ParseArguments(int argc, char** argv) {
+  Options options;
+  for (int i = 1; i < argc; ++i) {
+    std::string arg = argv[i];
+    std::optional<std::string> inlineValue;
+    if (arg.rfind("--", 0) == 0 && arg.find('=') != std::string::npos) {
+      inlineValue = arg.substr(arg.find('=') + 1);
+      arg = arg.substr(0, arg.find('='));
+    }
+    auto value = [&](const char* what) -> std::string {
+      if (inlineValue) return *inlineValue;
+      if (i + 1 >= argc) throw UsageError{arg + " needs " + what};
+      return argv[++i];
+    };
+    auto noValue = [&] {
+      if (inlineValue) throw UsageError{arg + " takes no value"};
+    };
+    if (arg == "--cmdline") {
+      options.commandLine = value("the command line text");
+    } else if (arg == "--json") {
+      noValue();
+      options.json = true;
+    } else if (arg == "--report") {
+      options.reportFile = value("a file name");
+      if (options.reportFile->empty()) throw UsageError{"--report needs a file name"};
+    } else if (arg == "--dry-run") {
+      noValue();
+      options.dryRun = true;
+    } else if (arg == "--limit") {
+      std::string text = value("a number of seconds");
+      if (!ParseSeconds(text, options.limitSeconds))
+        throw UsageError{"--limit: expected a number of seconds, not '" + text + "'"};
+    } else if (arg == "--help" || arg == "-h") {
+      std::cout << kUsage;
+      std::exit(0);
+    } else if (!arg.empty() && arg[0] == '-' && arg != "-") {
+      throw UsageError{"unknown option '" + arg + "'"};
+    } else if (options.machineDir) {
+      throw UsageError{"only one MACHINE_DIR may be given ('" + options.machineDir->string() +
+                       "' and '" + arg + "')"};
+    } else {
+      options.machineDir = fs::path(arg);
+    }
+  }
+  return options;
+}
+
+// The bundled example client: in the source tree the build came from, or
+// beside the executable in an installed copy.
+std::optional<fs::path> FindExample(const char* argv0) {
+  std::vector<fs::path> candidates;
+#ifdef ZANDOLIN_SOURCE_DIR
+  candidates.push_back(fs::path(ZANDOLIN_SOURCE_DIR) / "examples" / "basic");
+#endif
+  std::error_code ec;
+  fs::path exe = fs::read_symlink("/proc/self/exe", ec);
+  if (ec) exe = fs::absolute(argv0, ec);
+  if (!exe.empty()) {
+    fs::path dir = exe.parent_path();
+    candidates.push_back(dir / "examples" / "basic");
+    candidates.push_back(dir.parent_path() / "share" / "zandolin" / "examples" / "basic");
+  }
+  for (const fs::path& candidate : candidates)
+    if (fs::is_directory(candidate, ec)) return candidate;
+  return std::nullopt;
+}
+
+fs::path FreshTempFolder() {
+  std::string pattern = (fs::temp_directory_path() / "zandolin-sim-XXXXXX").string();
+  if (!mkdtemp(pattern.data())) throw UsageError{"cannot make a temporary folder"};
+  return fs::path(pattern);
+}
+
+void CopyFolder(const fs::path& from, const fs::path& to) {
+  fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks |
+                         fs::copy_options::overwrite_existing);
+}
+
+// The transcript with its fields in their documented order.
+nlohmann::ordered_json Ordered(const json& transcript) {
+  static const char* kFields[] = {"ended",         "fatal",          "stuckIn",       "messageBoxes",
+                                  "progress",      "printersBefore", "printersAfter", "defaultBefore",
+                                  "defaultAfter",  "spoolerCalls",   "eventLogWritten", "sockets",
+                                  "filesWritten",  "outcomeText",    "debugBuffer"};
+  nlohmann::ordered_json ordered = nlohmann::ordered_json::object();
+  for (const char* field : kFields)
+    if (transcript.contains(field)) ordered[field] = nlohmann::ordered_json::parse(transcript[field].dump(
+                                        -1, ' ', false, json::error_handler_t::replace));
+  return ordered;
+}
+
+std::string Dump(const json& transcript) {
+  return Ordered(transcript).dump(2, ' ', false, json::error_handler_t::replace);
+}
+
+// Text for the report: CR LF and lone CR as line ends, each line indented.
+std::string Indented(const std::string& text, const std::string& indent) {
+  std::string out = indent;
+  for (size_t i = 0; i < text.size(); ++i) {
+    char c = text[i];
+    if (c == '\r') {
+      if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
+      out += "\n" + indent;
+    } else if (c == '\n') {
+      out += "\n" + indent;
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
+std::string Quoted(const json& value) { return value.is_null() ? "(none)" : value.get<std::string>(); }
+
+void PrintPrinters(std::ostream& out, const char* title, const json& printers) {
+  out << title << (printers.empty() ? " none\n" : "\n");
+  for (const json& p : printers) {
+    out << "  " << p["name"].get<std::string>();
+    std::string server = p["serverName"].is_null() ? "" : p["serverName"].get<std::string>();
+    if (!server.empty()) out << "  (network: server " << server << ", share " << p["shareName"].get<std::string>() << ")";
+    else out << "  (local: port " << p["portName"].get<std::string>() << ", driver "
+             << p["driverName"].get<std::string>() << ")";
+    out << "\n";
+  }
+}
+
+void PrintReport(std::ostream& out, const json& t, const fs::path& folder, const std::string& note,
+                 const std::string& debugFile) {
+  out << "Simulated client: " << folder.string() << "\n";
+  if (!note.empty()) out << note << "\n";
+  out << "\nRun ended: " << t["ended"].get<std::string>() << "\n";
+  if (!t["fatal"].is_null())
+    out << "  fatal run-time error " << t["fatal"]["number"].get<int64_t>() << ": "
+        << t["fatal"]["description"].get<std::string>() << "\n";
+  if (!t["stuckIn"].is_null()) out << "  stuck in: " << t["stuckIn"].get<std::string>() << "\n";
+
+  out << "\nMessage boxes:" << (t["messageBoxes"].empty() ? " none\n" : "\n");
+  for (const json& box : t["messageBoxes"]) {
+    out << "  [" << box["title"].get<std::string>() << "] (style " << box["style"].get<int64_t>() << ")\n";
+    out << Indented(box["text"].get<std::string>(), "    ") << "\n";
+  }
+
+  out << "\n";
+  PrintPrinters(out, "Printers before:", t["printersBefore"]);
+  out << "Default printer before: " << Quoted(t["defaultBefore"]) << "\n";
+  PrintPrinters(out, "Printers after:", t["printersAfter"]);
+  out << "Default printer after: " << Quoted(t["defaultAfter"]) << "\n";
+
+  const std::string outcome = t["outcomeText"].get<std::string>();
+  out << "\nOutcome text:" << (outcome.empty() ? " (empty)\n" : "\n");
+  if (!outcome.empty()) out << Indented(outcome, "  ") << "\n";
+
+  out << "\nEvent log entries written:" << (t["eventLogWritten"].empty() ? " none\n" : "\n");
+  for (const json& e : t["eventLogWritten"]) {
+    out << "  " << e["source"].get<std::string>() << ", type " << e["type"].get<int64_t>() << ", id "
+        << e["id"].get<int64_t>() << "\n";
+    for (const json& s : e["strings"]) out << Indented(s.get<std::string>(), "    ") << "\n";
+  }
+
+  out << "\nFiles written or changed:" << (t["filesWritten"].empty() ? " none\n" : "\n");
+  for (const json& f : t["filesWritten"]) out << "  " << f.get<std::string>() << "\n";
+
+  out << "\nDebug file: " << debugFile << "\n";
+}
+
+// Where the run's debug file is: the one written beside the executable.
+std::string DebugFileText(const json& t, const sim::Machine& machine, const fs::path& folder, bool kept) {
+  std::string exeDir = machine.exePath.substr(0, machine.exePath.find_last_of('\\') + 1);
+  for (const json& f : t["filesWritten"]) {
+    std::string name = f.get<std::string>();
+    if (name.size() < 6) continue;
+    std::string tail = name.substr(name.size() - 6);
+    for (char& c : tail) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (tail != ".debug") continue;
+    if (!kept) return name + " (in the copy, which was removed)";
+    sim::ResolvedPath path = sim::ResolveWindowsPath(folder, name);
+    return name + " (" + path.host.string() + ")";
+  }
+  return "none written (the engine writes it beside " + machine.exePath + ")";
+}
+
+int Main(int argc, char** argv) {
+  Options options;
+  try {
+    options = ParseArguments(argc, argv);
+  } catch (const UsageError& e) {
+    std::cerr << "zandolin-sim: " << e.message << "\n" << kUsage;
+    return 2;
+  }
+
+  fs::path original, folder;
+  std::string note;
+  bool removeAfter = false;
+  std::error_code ec;
+  try {
+    if (options.machineDir) {
+      original = *options.machineDir;
+      if (!fs::is_directory(original, ec)) {
+        std::cerr << "zandolin-sim: MACHINE_DIR '" << original.string() << "' is not a folder\n";
+        return 2;
+      }
+      folder = original;
+      if (options.dryRun) {
+        folder = FreshTempFolder();
+        CopyFolder(original, folder);
+        removeAfter = true;
+        note = "Dry run: the run worked on a copy; " + original.string() + " is unchanged.";
+      }
+    } else {
+      std::optional<fs::path> example = FindExample(argv[0]);
+      if (!example) {
+        std::cerr << "zandolin-sim: the bundled example client (examples/basic) cannot be found; "
+                     "give MACHINE_DIR\n";
+        return 2;
+      }
+      folder = FreshTempFolder();
+      CopyFolder(*example, folder);
+      note = "Running on a copy of the bundled example client, in " + folder.string() + ".";
+    }
+  } catch (const fs::filesystem_error& e) {
+    std::cerr << "zandolin-sim: cannot copy the client folder: " << e.what() << "\n";
+    return 2;
+  } catch (const UsageError& e) {
+    std::cerr << "zandolin-sim: " << e.message << "\n";
+    return 2;
+  }
+
+  auto cleanUp = [&] {
+    if (removeAfter) fs::remove_all(folder, ec);
+  };
+
+  std::unique_ptr<sim::Client> client;
+  sim::Machine machine;
+  try {
+    client = sim::Client::Load(folder);
+    machine = sim::LoadMachine(folder);
+  } catch (const sim::MachineError& e) {
+    // The message names machine.json; say which folder's, the one given.
+    fs::path shown = (options.machineDir ? original : folder) / "machine.json";
+    std::string message = e.message;
+    if (message.rfind("machine.json", 0) == 0) message = shown.string() + message.substr(12);
+    std::cerr << "zandolin-sim: " << message << "\n";
+    cleanUp();
+    return 2;
+  }
+
+  if (options.json && !note.empty()) std::cerr << "zandolin-sim: " << note << "\n";
+
+  json transcript = client->Run(sim::RunOptions{options.commandLine, options.limitSeconds});
+  try {
+    client->Save();
+  } catch (const sim::MachineError& e) {
+    std::cerr << "zandolin-sim: " << e.message << "\n";
+  }
+
+  int status = 0;
+  if (options.reportFile) {
+    std::ofstream report(*options.reportFile, std::ios::binary | std::ios::trunc);
+    report << Dump(transcript) << "\n";
+    if (!report) {
+      std::cerr << "zandolin-sim: cannot write the report file '" << *options.reportFile << "'\n";
+      status = 2;
+    }
+  }
+  if (options.json) {
+    std::cout << Dump(transcript) << "\n";
+  } else {
+    PrintReport(std::cout, transcript, options.machineDir ? original : folder, note,
+                DebugFileText(transcript, machine, folder, !removeAfter));
+  }
+  std::cout.flush();
+  client.reset();
+  cleanUp();
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) { return Main(argc, argv); }

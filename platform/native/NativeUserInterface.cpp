@@ -1,0 +1,329 @@
+//===- NativeUserInterface.cpp - Windows, boxes and timers ------*- C++ -*-===//
+//
+// The message box, the event pump, the timers and the progress window.
+//
+//===----------------------------------------------------------------------===//
+//
+// Rules of this file:
+// - Everything runs on the engine's one thread. Timer ticks reach their owner
+//   only inside DoEvents(): a tick that the system delivers elsewhere (in the
+//   modal loop of a message box, say) is kept and handed over at the next
+//   pump.
+// - The progress window never repaints synchronously: a redraw only marks it
+//   invalid (once until the next paint), and the pump paints at most once
+//   every kPaintIntervalMs, because the engine makes one progress statement
+//   per step and a run may make millions of them. The bar's moves are applied
+//   at those paints too; its settings (start, finish) are applied at once.
+// - Common controls are initialised through a run-time lookup, so that a
+//   system without InitCommonControlsEx still starts the engine.
+//
+//===----------------------------------------------------------------------===//
+
+#include "platform/native/NativeServices.h"
+
+#include <windows.h>
+#include <commctrl.h>
+
+#include <map>
+#include <vector>
+
+namespace platform::native {
+
+namespace {
+
+constexpr DWORD kPaintIntervalMs = 40;
+
+constexpr const char* kEventWindowClass = "ZandolinEngineEvents";
+constexpr const char* kProgressWindowClass = "ZandolinEngineProgress";
+constexpr const char* kProgressCaption = "Zandolin Engine Progress ...";
+constexpr const char* kProgressLabelDesign = "Progress statements ...";
+
+// The form's layout in twips.
+constexpr int kClientWidthTwips = 6645, kClientHeightTwips = 1485;
+constexpr int kLabelLeft = 120, kLabelTop = 120, kLabelWidth = 6375, kLabelHeight = 735;
+constexpr int kBarLeft = 120, kBarTop = 960, kBarWidth = 6375, kBarHeight = 375;
+
+struct TimerSlot {
+  TimerEvents* owner = nullptr;
+  DWORD intervalMs = 0;
+  bool enabled = false;
+  bool pending = false;  // a tick arrived outside the pump
+};
+
+struct ProgressWindow {
+  HWND window = nullptr;
+  HWND label = nullptr;
+  HWND bar = nullptr;
+  bool barMovePending = false;
+  int pendingValue = 0;
+  bool invalidated = false;  // marked for the next paint round already
+};
+
+HINSTANCE Instance() { return ::GetModuleHandleA(nullptr); }
+
+class NativeUserInterface;
+NativeUserInterface* gInterface = nullptr;
+
+LRESULT CALLBACK EventWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+LRESULT CALLBACK ProgressWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+
+void InitCommonControlsOnce() {
+  static bool done = false;
+  if (done) return;
+  done = true;
+  HMODULE comctl = ::LoadLibraryA("comctl32.dll");
+  if (!comctl) return;
+  typedef BOOL(WINAPI * InitExFn)(const INITCOMMONCONTROLSEX*);
+  typedef void(WINAPI * InitFn)();
+  auto initEx = reinterpret_cast<InitExFn>(
+      reinterpret_cast<void*>(::GetProcAddress(comctl, "InitCommonControlsEx")));
+  if (initEx) {
+    INITCOMMONCONTROLSEX controls = {sizeof controls, ICC_PROGRESS_CLASS};
+    initEx(&controls);
+    return;
+  }
+  auto init = reinterpret_cast<InitFn>(
+      reinterpret_cast<void*>(::GetProcAddress(comctl, "InitCommonControls")));
+  if (init) init();
+}
+
+// Whether PeekMessageA takes the PM_QS_ filters: Windows 98 and 2000 on.
+bool QueueFiltersSupported() {
+  OSVERSIONINFOA version = {};
+  version.dwOSVersionInfoSize = sizeof version;
+  if (!::GetVersionExA(&version)) return false;
+  if (version.dwPlatformId == VER_PLATFORM_WIN32_NT) return version.dwMajorVersion >= 5;
+  return version.dwMajorVersion > 4 || version.dwMinorVersion >= 10;
+}
+
+class NativeUserInterface final : public UserInterface {
+ public:
+  NativeUserInterface() { gInterface = this; }
+
+  int MessageBox(const std::string& text, const std::string& title, UINT style) override {
+    return ::MessageBoxA(nullptr, text.c_str(), title.c_str(), style | MB_SETFOREGROUND);
+  }
+
+  void DoEvents() override {
+    ++pumpDepth_;
+    DeliverPendingTicks();
+    const DWORD now = ::GetTickCount();
+    const bool paintDue = now - lastPaint_ >= kPaintIntervalMs;
+    if (paintDue) {
+      lastPaint_ = now;
+      ApplyPendingBarMove();
+      progress_.invalidated = false;  // this round paints what was marked
+    }
+    // Between paint rounds only input, posted and sent messages (timers
+    // included) are taken; paints wait for their round.
+    static const bool filtersSupported = QueueFiltersSupported();
+    const UINT filter = paintDue || !filtersSupported
+                            ? 0
+                            : (PM_QS_INPUT | PM_QS_POSTMESSAGE | PM_QS_SENDMESSAGE);
+    MSG message;
+    while (::PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE | filter)) {
+      if (message.message == WM_QUIT) continue;
+      ::TranslateMessage(&message);
+      ::DispatchMessageA(&message);
+    }
+    --pumpDepth_;
+  }
+
+  int CreateTimer(TimerEvents* owner, DWORD intervalMs, bool enabled) override {
+    const int id = nextTimer_++;
+    TimerSlot& slot = timers_[id];
+    slot.owner = owner;
+    slot.intervalMs = intervalMs;
+    EnableTimer(id, enabled);
+    return id;
+  }
+
+  void EnableTimer(int timer, bool enabled) override {
+    auto found = timers_.find(timer);
+    if (found == timers_.end()) return;
+    TimerSlot& slot = found->second;
+    slot.pending = false;
+    slot.enabled = enabled;
+    HWND window = MessageWindow();
+    if (enabled && slot.intervalMs > 0 && window)
+      ::SetTimer(window, static_cast<UINT_PTR>(timer), slot.intervalMs, nullptr);
+    else if (window)
+      ::KillTimer(window, static_cast<UINT_PTR>(timer));
+  }
+
+  void DestroyTimer(int timer) override {
+    auto found = timers_.find(timer);
+    if (found == timers_.end()) return;
+    if (HWND window = MessageWindow()) ::KillTimer(window, static_cast<UINT_PTR>(timer));
+    timers_.erase(found);
+  }
+
+  HWND CreateProgressWindow() override {
+    if (progress_.window) return progress_.window;
+    InitCommonControlsOnce();
+    static bool registered = false;
+    if (!registered) {
+      WNDCLASSA windowClass = {};
+      windowClass.lpfnWndProc = ProgressWindowProc;
+      windowClass.hInstance = Instance();
+      windowClass.hCursor = ::LoadCursor(nullptr, IDC_ARROW);
+      windowClass.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_BTNFACE + 1);
+      windowClass.lpszClassName = kProgressWindowClass;
+      registered = ::RegisterClassA(&windowClass) != 0;
+    }
+
+    HDC screen = ::GetDC(nullptr);
+    const int dpiX = screen ? ::GetDeviceCaps(screen, LOGPIXELSX) : 96;
+    const int dpiY = screen ? ::GetDeviceCaps(screen, LOGPIXELSY) : 96;
+    if (screen) ::ReleaseDC(nullptr, screen);
+    auto x = [dpiX](int twips) { return ::MulDiv(twips, dpiX, 1440); };
+    auto y = [dpiY](int twips) { return ::MulDiv(twips, dpiY, 1440); };
+
+    const DWORD style = WS_OVERLAPPED | WS_CAPTION | WS_SYSMENU | WS_CLIPCHILDREN;
+    const DWORD exStyle = WS_EX_WINDOWEDGE;
+    RECT frame = {0, 0, x(kClientWidthTwips), y(kClientHeightTwips)};
+    ::AdjustWindowRectEx(&frame, style, FALSE, exStyle);
+    const int width = frame.right - frame.left;
+    const int height = frame.bottom - frame.top;
+    const int left = (::GetSystemMetrics(SM_CXSCREEN) - width) / 2;
+    const int top = (::GetSystemMetrics(SM_CYSCREEN) - height) / 2;
+
+    HWND window = ::CreateWindowExA(exStyle, kProgressWindowClass, kProgressCaption, style, left,
+                                    top, width, height, nullptr, nullptr, Instance(), nullptr);
+    if (!window) return nullptr;
+    progress_.window = window;
+    const DWORD labelStyle = WS_CHILD | WS_VISIBLE | SS_LEFT | SS_NOPREFIX;
+    progress_.label = ::CreateWindowExA(0, "STATIC", kProgressLabelDesign, labelStyle,
+                                        x(kLabelLeft), y(kLabelTop), x(kLabelWidth),
+                                        y(kLabelHeight), window, nullptr, Instance(), nullptr);
+    progress_.bar = ::CreateWindowExA(0, PROGRESS_CLASSA, "", WS_CHILD | WS_VISIBLE, x(kBarLeft),
+                                      y(kBarTop), x(kBarWidth), y(kBarHeight), window, nullptr,
+                                      Instance(), nullptr);
+    const WPARAM font = reinterpret_cast<WPARAM>(::GetStockObject(DEFAULT_GUI_FONT));
+    if (progress_.label) ::SendMessageA(progress_.label, WM_SETFONT, font, FALSE);
+    if (progress_.bar) {
+      ::SendMessageA(progress_.bar, PBM_SETRANGE32, 0, 100);
+      ::SendMessageA(progress_.bar, PBM_SETPOS, 0, 0);
+    }
+    return window;
+  }
+
+  void ShowProgressWindow() override {
+    if (!progress_.window) return;
+    ApplyPendingBarMove();
+    ::ShowWindow(progress_.window, SW_SHOWNORMAL);
+    ::SetForegroundWindow(progress_.window);
+  }
+
+  void SetProgressLabel(const std::string& text) override {
+    if (progress_.label) ::SetWindowTextA(progress_.label, text.c_str());
+  }
+
+  void SetProgressBar(int maximum, int value) override {
+    progress_.barMovePending = false;
+    if (!progress_.bar) return;
+    ::SendMessageA(progress_.bar, PBM_SETRANGE32, 0, maximum);
+    ::SendMessageA(progress_.bar, PBM_SETPOS, static_cast<WPARAM>(value), 0);
+  }
+
+  void MoveProgressBar(int value) override {
+    progress_.barMovePending = true;
+    progress_.pendingValue = value;
+  }
+
+  void RedrawProgressWindow() override {
+    if (!progress_.window || progress_.invalidated) return;
+    ::InvalidateRect(progress_.window, nullptr, FALSE);
+    progress_.invalidated = true;
+  }
+
+  void DestroyProgressWindow() override {
+    if (progress_.window) ::DestroyWindow(progress_.window);
+    progress_ = ProgressWindow();
+  }
+
+  // A tick of the system timer with this id.
+  void TimerTick(UINT_PTR id) {
+    auto found = timers_.find(static_cast<int>(id));
+    if (found == timers_.end() || !found->second.enabled) return;
+    if (pumpDepth_ > 0)
+      found->second.owner->OnTimer();
+    else
+      found->second.pending = true;
+  }
+
+  // The progress window went away (closed by the user): forget its handles.
+  void ProgressWindowDestroyed(HWND window) {
+    if (window == progress_.window) progress_ = ProgressWindow();
+  }
+
+  HWND EventWindow() {
+    if (eventWindow_ || eventWindowFailed_) return eventWindow_;
+    WNDCLASSA windowClass = {};
+    windowClass.lpfnWndProc = EventWindowProc;
+    windowClass.hInstance = Instance();
+    windowClass.lpszClassName = kEventWindowClass;
+    ::RegisterClassA(&windowClass);
+    eventWindow_ = ::CreateWindowExA(0, kEventWindowClass, "", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
+                                     Instance(), nullptr);
+    if (!eventWindow_)  // no message-only windows here: a window that is never shown
+      eventWindow_ = ::CreateWindowExA(0, kEventWindowClass, "", WS_POPUP, 0, 0, 0, 0, nullptr,
+                                       nullptr, Instance(), nullptr);
+    eventWindowFailed_ = eventWindow_ == nullptr;
+    return eventWindow_;
+  }
+
+ private:
+  void DeliverPendingTicks() {
+    std::vector<int> due;
+    for (auto& [id, slot] : timers_)
+      if (slot.pending && slot.enabled) due.push_back(id);
+    for (int id : due) {
+      auto found = timers_.find(id);
+      if (found == timers_.end() || !found->second.pending || !found->second.enabled) continue;
+      found->second.pending = false;
+      found->second.owner->OnTimer();
+    }
+  }
+
+  void ApplyPendingBarMove() {
+    if (!progress_.barMovePending) return;
+    progress_.barMovePending = false;
+    if (progress_.bar)
+      ::SendMessageA(progress_.bar, PBM_SETPOS, static_cast<WPARAM>(progress_.pendingValue), 0);
+  }
+
+  int pumpDepth_ = 0;
+  DWORD lastPaint_ = 0;
+  int nextTimer_ = 1;
+  std::map<int, TimerSlot> timers_;
+  ProgressWindow progress_;
+  HWND eventWindow_ = nullptr;
+  bool eventWindowFailed_ = false;
+};
+
+LRESULT CALLBACK EventWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+  if (message == WM_TIMER && gInterface) {
+    gInterface->TimerTick(wParam);
+    return 0;
+  }
+  return ::DefWindowProcA(window, message, wParam, lParam);
+}
+
+LRESULT CALLBACK ProgressWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+  if (message == WM_DESTROY && gInterface) gInterface->ProgressWindowDestroyed(window);
+  return ::DefWindowProcA(window, message, wParam, lParam);
+}
+
+NativeUserInterface& Interface() {
+  static NativeUserInterface service;
+  return service;
+}
+
+}  // namespace
+
+HWND MessageWindow() { return Interface().EventWindow(); }
+
+UserInterface& UserInterfaceService() { return Interface(); }
+
+}  // namespace platform::native

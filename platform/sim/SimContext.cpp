@@ -1,0 +1,422 @@
+// The running simulated client: faults, the drives, the default printer of
+// each generation, and the transcript.
+#include "platform/sim/SimContext.h"
+
+#include "diagnostics/modDebug.h"
+#include "engine/Runtime.h"
+#include "notification/modNotification.h"
+#include "platform/sim/SimServices.h"
+
+#include <cctype>
+#include <cstring>
+#include <ctime>
+
+namespace sim {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+Context gBlank;
+Context* gCurrent = nullptr;
+
+bool IsDriveLetter(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; }
+
+// The entry of dir whose name equals name, case-blind; the exact name first.
+std::optional<std::string> FindEntry(const fs::path& dir, const std::string& name) {
+  std::error_code ec;
+  if (fs::exists(dir / name, ec)) return name;
+  if (!fs::is_directory(dir, ec)) return std::nullopt;
+  std::string upper = UpperAscii(name);
+  for (const fs::directory_entry& entry : fs::directory_iterator(dir, ec)) {
+    std::string entryName = entry.path().filename().string();
+    if (UpperAscii(entryName) == upper) return entryName;
+  }
+  return std::nullopt;
+}
+
+std::vector<std::string> SplitAtBackslash(const std::string& text) {
+  std::vector<std::string> parts;
+  std::string part;
+  for (char c : text) {
+    if (c == '\\') {
+      if (!part.empty()) parts.push_back(part);
+      part.clear();
+    } else {
+      part += c;
+    }
+  }
+  if (!part.empty()) parts.push_back(part);
+  return parts;
+}
+
+bool BadNameChar(char c, bool wildcards) {
+  unsigned char u = static_cast<unsigned char>(c);
+  if (u < 0x20) return true;
+  if (c == '*' || c == '?') return !wildcards;
+  return std::strchr("<>:\"|", c) != nullptr;
+}
+
+}  // namespace
+
+Context& Current() { return gCurrent ? *gCurrent : gBlank; }
+
+void SetCurrent(Context* context) {
+  gCurrent = context;
+  if (!context) gBlank = Context{};
+}
+
+std::string UpperAscii(const std::string& text) {
+  std::string upper = text;
+  for (char& c : upper)
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  return upper;
+}
+
+bool SameNoCase(const std::string& a, const std::string& b) {
+  return a.size() == b.size() && UpperAscii(a) == UpperAscii(b);
+}
+
+void CopyWithNul(char* buffer, const std::string& text) {
+  std::memcpy(buffer, text.data(), text.size());
+  buffer[text.size()] = '\0';
+}
+
+platform::Failure StandardFailure(int32_t number) {
+  switch (number) {
+    case 3: return {number, "Return without GoSub"};
+    case 5: return {number, "Invalid procedure call or argument"};
+    case 6: return {number, "Overflow"};
+    case 7: return {number, "Out of memory"};
+    case 9: return {number, "Subscript out of range"};
+    case 11: return {number, "Division by zero"};
+    case 13: return {number, "Type mismatch"};
+    case 54: return {number, "Bad file mode"};
+    case 55: return {number, "File already open"};
+    case 57: return {number, "Device I/O error"};
+    case 58: return {number, "File already exists"};
+    case 61: return {number, "Disk full"};
+    case 62: return {number, "Input past end of file"};
+    case 67: return {number, "Too many files"};
+    case 68: return {number, "Device unavailable"};
+    case 71: return {number, "Disk not ready"};
+    case 74: return {number, "Can't rename with different drive"};
+    case 91: return {number, "Object variable or With block variable not set"};
+    case 429: return {number, "ActiveX component can't create object"};
+    case 438: return {number, "Object doesn't support this property or method"};
+    case 462: return {number, "The remote server machine does not exist or is unavailable"};
+    default: return platform::MakeFailure(number);
+  }
+}
+
+const Fault* Context::TakeFault(const std::string& call, const std::string& firstArg) {
+  return TakeFault(call, std::vector<std::string>{firstArg});
+}
+
+const Fault* Context::TakeFault(const std::string& call, const std::vector<std::string>& args) {
+  ++boundaryCalls;
+  const Fault* fired = nullptr;
+  for (Fault& fault : machine.faults) {
+    if (!SameNoCase(fault.call, call)) continue;
+    if (fault.match) {
+      bool matches = false;
+      for (const std::string& arg : args) matches = matches || SameNoCase(*fault.match, arg);
+      if (!matches) continue;
+    }
+    ++fault.seen;
+    if (fired || fault.seen <= fault.skip) continue;
+    if (fault.times && fault.fired >= *fault.times) continue;
+    ++fault.fired;
+    fired = &fault;
+  }
+  if (fired) lastError = fired->lastError;
+  return fired;
+}
+
+void Context::RecordSpoolerCall(const std::string& call, const nlohmann::json& args, int64_t result) {
+  spoolerCalls.push_back(
+      nlohmann::json{{"call", call}, {"args", args}, {"result", result}, {"lastError", lastError}});
+}
+
+std::optional<std::string> Context::CurrentDefault() const {
+  if (machine.platformId == 1) {
+    for (const SimPrinter& p : machine.printers)
+      if (p.attributes & 0x4) return p.name;
+    return std::nullopt;
+  }
+  if (machine.platformId == 2 && machine.majorVersion < 5) {
+    for (const auto& [section, keys] : machine.winIni) {
+      if (!SameNoCase(section, "Windows")) continue;
+      for (const auto& [key, value] : keys) {
+        if (!SameNoCase(key, "device")) continue;
+        std::string name = value.substr(0, value.find(','));
+        if (name.empty()) return std::nullopt;
+        return name;
+      }
+      return std::nullopt;
+    }
+    return std::nullopt;
+  }
+  return machine.defaultPrinter;
+}
+
+ResolvedPath ResolveWindowsPath(const fs::path& folder, const std::string& windowsPath,
+                                const std::string& currentDir, bool wildcards) {
+  ResolvedPath result;
+  std::string path = windowsPath;
+  for (char& c : path)
+    if (c == '/') c = '\\';
+
+  // Make the path absolute.
+  bool unc = path.size() >= 2 && path[0] == '\\' && path[1] == '\\';
+  bool drive = path.size() >= 2 && IsDriveLetter(path[0]) && path[1] == ':';
+  if (!unc && !(drive && path.size() >= 3 && path[2] == '\\')) {
+    if (currentDir.empty()) return result;
+    std::string cwd = currentDir;
+    for (char& c : cwd)
+      if (c == '/') c = '\\';
+    std::string cwdRoot;
+    if (cwd.size() >= 2 && cwd[0] == '\\' && cwd[1] == '\\') {
+      std::vector<std::string> parts = SplitAtBackslash(cwd);
+      cwdRoot = "\\\\" + (parts.size() > 0 ? parts[0] : "") + "\\" + (parts.size() > 1 ? parts[1] : "");
+    } else {
+      cwdRoot = cwd.substr(0, 2);
+    }
+    if (drive) {
+      // "X:name": relative to the current folder when it is on X:.
+      std::string rest = path.substr(2);
+      if (SameNoCase(cwdRoot, path.substr(0, 2))) path = cwd + "\\" + rest;
+      else path = path.substr(0, 2) + "\\" + rest;
+    } else if (!path.empty() && path[0] == '\\') {
+      path = cwdRoot + path;
+    } else {
+      path = cwd + "\\" + path;
+    }
+    unc = path.size() >= 2 && path[0] == '\\' && path[1] == '\\';
+    drive = !unc;
+  }
+
+  std::vector<std::string> raw;
+  std::string rootText;
+  fs::path root = folder / "files";
+  bool rootExists = true;
+  if (unc) {
+    std::vector<std::string> parts = SplitAtBackslash(path.substr(2));
+    if (parts.size() < 2) {
+      result.status = ResolvedPath::kBadName;
+      return result;
+    }
+    for (size_t i = 0; i < 2; ++i)
+      for (char c : parts[i])
+        if (BadNameChar(c, false)) {
+          result.status = ResolvedPath::kBadName;
+          return result;
+        }
+    std::string names[3] = {"UNC", parts[0], parts[1]};
+    rootText = "\\\\";
+    for (int i = 0; i < 3; ++i) {
+      std::optional<std::string> found = rootExists ? FindEntry(root, names[i]) : std::nullopt;
+      if (!found) rootExists = false;
+      root /= found ? *found : names[i];
+      if (i > 0) rootText += (i == 2 ? "\\" : "") + (found ? *found : names[i]);
+    }
+    raw.assign(parts.begin() + 2, parts.end());
+  } else {
+    if (path.size() < 2 || !IsDriveLetter(path[0])) {
+      result.status = ResolvedPath::kBadName;
+      return result;
+    }
+    std::string letter(1, static_cast<char>(std::toupper(static_cast<unsigned char>(path[0]))));
+    std::optional<std::string> found = FindEntry(root, letter);
+    root /= found ? *found : letter;
+    result.onDriveC = letter == "C";
+    rootExists = found.has_value() || result.onDriveC;
+    rootText = letter + ":";
+    raw = SplitAtBackslash(path.substr(2));
+  }
+
+  // "." and "..", trailing dots and blanks of each name, as Windows does.
+  std::vector<std::string> parts;
+  for (std::string part : raw) {
+    if (part == ".") continue;
+    if (part == "..") {
+      if (!parts.empty()) parts.pop_back();
+      continue;
+    }
+    while (!part.empty() && (part.back() == '.' || part.back() == ' ')) part.pop_back();
+    if (part.empty()) continue;
+    parts.push_back(part);
+  }
+  for (size_t i = 0; i < parts.size(); ++i)
+    for (char c : parts[i])
+      if (BadNameChar(c, wildcards && i + 1 == parts.size())) {
+        result.status = ResolvedPath::kBadName;
+        return result;
+      }
+
+  fs::path host = root;
+  std::string windows = rootText;
+  bool exists = rootExists;
+  for (size_t i = 0; i < parts.size(); ++i) {
+    std::string name = parts[i];
+    bool pattern = name.find_first_of("*?") != std::string::npos;
+    if (exists && !pattern) {
+      std::optional<std::string> found = FindEntry(host, name);
+      if (found) name = *found;
+      else exists = false;
+    }
+    host /= name;
+    windows += "\\" + name;
+  }
+  if (parts.empty() && !unc) windows += "\\";
+  result.host = host;
+  result.windows = windows;
+  result.status = rootExists ? ResolvedPath::kOk : ResolvedPath::kNoDevice;
+  return result;
+}
+
+fs::path Context::HostPath(const std::string& windowsPath) const {
+  ResolvedPath r = ResolveWindowsPath(folder, windowsPath);
+  if (r.status == ResolvedPath::kOk || r.status == ResolvedPath::kNoDevice) return r.host;
+  return {};
+}
+
+std::string Context::CurrentDir() const {
+  size_t slash = machine.exePath.find_last_of("\\/");
+  if (slash == std::string::npos) return "C:\\";
+  std::string dir = machine.exePath.substr(0, slash);
+  if (dir.size() == 2 && dir[1] == ':') dir += "\\";
+  return dir;
+}
+
+ResolvedPath Context::Resolve(const std::string& windowsPath, bool wildcards) const {
+  return ResolveWindowsPath(folder, windowsPath, CurrentDir(), wildcards);
+}
+
+bool Context::IsReadOnly(const std::string& windowsPath) const {
+  ResolvedPath path = Resolve(windowsPath);
+  if (path.windows.empty()) return false;
+  std::string target = UpperAscii(path.windows);
+  for (const std::string& entry : machine.readOnly) {
+    ResolvedPath ro = Resolve(entry);
+    if (ro.windows.empty()) continue;
+    std::string prefix = UpperAscii(ro.windows);
+    if (target == prefix) return true;
+    if (prefix.back() != '\\') prefix += '\\';
+    if (target.compare(0, prefix.size(), prefix) == 0) return true;
+  }
+  return false;
+}
+
+void Context::NoteFileWritten(const std::string& windowsPath) {
+  for (const std::string& known : filesWritten)
+    if (SameNoCase(known, windowsPath)) return;
+  filesWritten.push_back(windowsPath);
+}
+
+void Context::BeginRun(double limitSeconds) {
+  // The folders every Windows computer has exist on the drives.
+  for (const std::string& dir : {CurrentDir(), machine.windowsDir, machine.systemDir, machine.profileDir,
+                                 machine.tempDir}) {
+    ResolvedPath path = ResolveWindowsPath(folder, dir);
+    std::error_code ec;
+    if (path.status == ResolvedPath::kOk && !path.host.empty()) fs::create_directories(path.host, ec);
+  }
+  lastError = 0;
+  printersBefore = machine.printers;
+  defaultBefore = CurrentDefault();
+  spoolerCalls = nlohmann::json::array();
+  messageBoxes = nlohmann::json::array();
+  eventLogWritten = nlohmann::json::array();
+  sockets = nlohmann::json::array();
+  filesWritten.clear();
+  progress = ProgressRecord{};
+  ended = nullptr;
+  fatal = nullptr;
+  stuckIn = nullptr;
+  registryKeys.clear();
+  eventSources.clear();
+  tokens.clear();
+  timers.clear();
+  socketTable.clear();
+  boundaryCalls = callsAtLastPump = 0;
+
+  elapsedMs = 0;
+  if (machine.clock) {
+    const std::string& c = *machine.clock;
+    startTime = {std::stoi(c.substr(0, 4)), std::stoi(c.substr(5, 2)), std::stoi(c.substr(8, 2)),
+                 std::stoi(c.substr(11, 2)), std::stoi(c.substr(14, 2)), std::stoi(c.substr(17, 2))};
+  } else {
+    std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    startTime = {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                 local.tm_hour, local.tm_min, local.tm_sec};
+  }
+  auto limit = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+      std::chrono::duration<double>(limitSeconds < 0 ? 0 : limitSeconds));
+  auto now = std::chrono::steady_clock::now();
+  deadline = limit > std::chrono::steady_clock::time_point::max() - now
+                 ? std::chrono::steady_clock::time_point::max()
+                 : now + limit;
+}
+
+std::string Context::StuckReason() const {
+  std::vector<std::string> parts;
+  if (int forms = LoadedFormCount(); forms > 0) parts.push_back("forms still loaded: " + std::to_string(forms));
+  int enabled = 0;
+  for (const auto& [id, timer] : timers) enabled += timer.enabled ? 1 : 0;
+  if (enabled > 0) parts.push_back("timers enabled: " + std::to_string(enabled));
+  int open = 0;
+  for (const auto& [id, socket] : socketTable) open += socket.state != platform::kSocketClosed ? 1 : 0;
+  if (open > 0) parts.push_back("sockets open: " + std::to_string(open));
+  if (parts.empty()) return "a wait that does not end";
+  std::string why;
+  for (const std::string& p : parts) why += (why.empty() ? "" : ", ") + p;
+  return why;
+}
+
+void Context::CheckDeadline() const {
+  if (std::chrono::steady_clock::now() > deadline) throw StuckError{StuckReason()};
+}
+
+nlohmann::json PrinterToJson(const SimPrinter& p) {
+  return nlohmann::json{{"name", p.name},
+                        {"serverName", p.serverName ? nlohmann::json(*p.serverName) : nlohmann::json(nullptr)},
+                        {"shareName", p.shareName},
+                        {"portName", p.portName},
+                        {"driverName", p.driverName},
+                        {"comment", p.comment},
+                        {"location", p.location},
+                        {"attributes", p.attributes}};
+}
+
+nlohmann::json Context::Transcript() const {
+  using nlohmann::json;
+  json t = json::object();
+  t["ended"] = ended;
+  t["fatal"] = fatal;
+  t["stuckIn"] = stuckIn;
+  t["messageBoxes"] = messageBoxes;
+  t["progress"] = json{{"shown", progress.shown},
+                       {"labels", progress.labels},
+                       {"steps", progress.steps},
+                       {"value", progress.value}};
+  json before = json::array(), after = json::array();
+  for (const SimPrinter& p : printersBefore) before.push_back(PrinterToJson(p));
+  for (const SimPrinter& p : machine.printers) after.push_back(PrinterToJson(p));
+  t["printersBefore"] = before;
+  t["printersAfter"] = after;
+  std::optional<std::string> defaultAfter = CurrentDefault();
+  t["defaultBefore"] = defaultBefore ? json(*defaultBefore) : json(nullptr);
+  t["defaultAfter"] = defaultAfter ? json(*defaultAfter) : json(nullptr);
+  t["spoolerCalls"] = spoolerCalls;
+  t["eventLogWritten"] = eventLogWritten;
+  t["sockets"] = sockets;
+  t["filesWritten"] = filesWritten;
+  t["outcomeText"] = gOutcomeText;
+  t["debugBuffer"] = gDebugBuffer;
+  return t;
+}
+
+}  // namespace sim

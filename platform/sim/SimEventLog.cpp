@@ -1,0 +1,80 @@
+// The application event log of the simulated client.
+#include "platform/sim/SimContext.h"
+#include "platform/sim/SimServices.h"
+
+namespace sim {
+
+namespace {
+
+class SimEventLog : public platform::EventLog {
+ public:
+  HANDLE RegisterEventSourceA(LPCSTR server, LPCSTR source) override {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault("RegisterEventSourceA",
+                                     std::vector<std::string>{ArgText(source), ArgText(server)}))
+      return reinterpret_cast<HANDLE>(static_cast<intptr_t>(f->result));
+    if (!source) {
+      c.lastError = ERROR_INVALID_PARAMETER;
+      return nullptr;
+    }
+    uintptr_t handle = c.nextHandle++;
+    c.eventSources[handle] = source;
+    return reinterpret_cast<HANDLE>(handle);
+  }
+
+  BOOL ReportEventA(HANDLE source, WORD type, WORD category, DWORD eventId, PSID user,
+                    WORD numStrings, DWORD dataSize, LPCSTR* strings, LPVOID rawData) override {
+    Context& c = Current();
+    c.lastError = 0;
+    auto it = c.eventSources.find(reinterpret_cast<uintptr_t>(source));
+    std::string name = it == c.eventSources.end() ? std::string() : it->second;
+    if (const Fault* f = c.TakeFault("ReportEventA", name)) return static_cast<BOOL>(f->result);
+    if (it == c.eventSources.end()) {
+      c.lastError = ERROR_INVALID_HANDLE;
+      return FALSE;
+    }
+    if ((numStrings && !strings) || (dataSize && !rawData)) {
+      c.lastError = ERROR_INVALID_PARAMETER;
+      return FALSE;
+    }
+    EventEntry entry;
+    entry.source = name;
+    entry.type = type;
+    entry.category = category;
+    entry.id = eventId;
+    for (WORD i = 0; i < numStrings; ++i) entry.strings.push_back(ArgText(strings[i]));
+    if (dataSize) entry.data.assign(static_cast<const char*>(rawData), dataSize);
+    c.machine.eventLog.push_back(entry);
+    c.eventLogWritten.push_back(nlohmann::json{{"source", entry.source},
+                                               {"type", entry.type},
+                                               {"category", entry.category},
+                                               {"id", entry.id},
+                                               {"strings", entry.strings},
+                                               {"data", entry.data}});
+    return TRUE;
+  }
+
+  BOOL DeregisterEventSource(HANDLE source) override {
+    Context& c = Current();
+    c.lastError = 0;
+    auto it = c.eventSources.find(reinterpret_cast<uintptr_t>(source));
+    std::string name = it == c.eventSources.end() ? std::string() : it->second;
+    if (const Fault* f = c.TakeFault("DeregisterEventSource", name)) return static_cast<BOOL>(f->result);
+    if (it == c.eventSources.end()) {
+      c.lastError = ERROR_INVALID_HANDLE;
+      return FALSE;
+    }
+    c.eventSources.erase(it);
+    return TRUE;
+  }
+};
+
+}  // namespace
+
+platform::EventLog& EventLogService() {
+  static SimEventLog service;
+  return service;
+}
+
+}  // namespace sim

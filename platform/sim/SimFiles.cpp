@@ -1,0 +1,239 @@
+// Files on the simulated drives, with the run-time errors Windows gives.
+#include "platform/sim/SimContext.h"
+#include "platform/sim/SimServices.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <fcntl.h>
+#include <fstream>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace sim {
+
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Failure;
+
+// Whether name matches a pattern of "*" and "?", case-blind; "*.*" also
+// matches a name without a dot.
+bool MatchesPattern(const std::string& name, const std::string& pattern) {
+  std::string n = UpperAscii(name), p = UpperAscii(pattern);
+  if (p.size() >= 2 && p.compare(p.size() - 2, 2, ".*") == 0 && n.find('.') == std::string::npos)
+    p.resize(p.size() - 2);
+  size_t ni = 0, pi = 0, star = std::string::npos, mark = 0;
+  while (ni < n.size()) {
+    if (pi < p.size() && (p[pi] == '?' || p[pi] == n[ni])) {
+      ++ni;
+      ++pi;
+    } else if (pi < p.size() && p[pi] == '*') {
+      star = pi++;
+      mark = ni;
+    } else if (star != std::string::npos) {
+      pi = star + 1;
+      ni = ++mark;
+    } else {
+      return false;
+    }
+  }
+  while (pi < p.size() && p[pi] == '*') ++pi;
+  return pi == p.size();
+}
+
+// The failure for a path that cannot be used, or none.
+Failure PathFailure(const ResolvedPath& path) {
+  switch (path.status) {
+    case ResolvedPath::kOk: return {};
+    case ResolvedPath::kBadName: return StandardFailure(platform::kErrBadFileNameOrNumber);
+    case ResolvedPath::kNoDevice:   // a drive, server or share the client does not have
+    case ResolvedPath::kNoDrive: return StandardFailure(platform::kErrPathNotFound);
+  }
+  return {};
+}
+
+Failure ErrnoFailure(int error) {
+  switch (error) {
+    case EACCES:
+    case EPERM:
+    case EROFS: return StandardFailure(platform::kErrPermissionDenied);
+    case ENOENT:
+    case ENOTDIR: return StandardFailure(platform::kErrPathNotFound);
+    case EISDIR: return StandardFailure(platform::kErrPathFileAccess);
+    case ENOSPC: return StandardFailure(61);
+    default: return StandardFailure(platform::kErrPathFileAccess);
+  }
+}
+
+// Checks a file about to be created or changed: its folder exists (drive
+// C:'s own folder is made on demand), it is not a folder, it is writable.
+Failure CheckWritable(Context& c, const ResolvedPath& path) {
+  if (Failure f = PathFailure(path); f.failed()) return f;
+  if (c.IsReadOnly(path.windows)) return StandardFailure(platform::kErrPermissionDenied);
+  std::error_code ec;
+  if (fs::is_directory(path.host, ec)) return StandardFailure(platform::kErrPathFileAccess);
+  fs::path parent = path.host.parent_path();
+  if (path.onDriveC && path.windows.size() > 3 && path.windows.find('\\', 3) == std::string::npos)
+    fs::create_directories(parent, ec);   // a file in C:'s root
+  if (!fs::is_directory(parent, ec)) return StandardFailure(platform::kErrPathNotFound);
+  return {};
+}
+
+bool WriteAll(int fd, const char* data, size_t size, off_t offset, bool positioned) {
+  size_t done = 0;
+  while (done < size) {
+    ssize_t n = positioned ? pwrite(fd, data + done, size - done, offset + static_cast<off_t>(done))
+                           : write(fd, data + done, size - done);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    done += static_cast<size_t>(n);
+  }
+  return true;
+}
+
+class SimFiles : public platform::Files {
+ public:
+  std::string FirstFile(const std::string& pattern) override {
+    Context& c = Current();
+    if (c.TakeFault("FirstFile", pattern)) return "";
+    ResolvedPath path = c.Resolve(pattern, true);
+    if (path.status != ResolvedPath::kOk) return "";
+    std::string mask = path.host.filename().string();
+    fs::path dir = path.host.parent_path();
+    std::error_code ec;
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(dir, ec)) {
+      std::error_code typeError;
+      if (!entry.is_regular_file(typeError)) continue;
+      std::string name = entry.path().filename().string();
+      if (MatchesPattern(name, mask)) names.push_back(name);
+    }
+    if (names.empty()) return "";
+    // The order of an NTFS folder: by name, case-blind.
+    std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
+      std::string ua = UpperAscii(a), ub = UpperAscii(b);
+      return ua != ub ? ua < ub : a < b;
+    });
+    return names.front();
+  }
+
+  Failure ReadText(const std::string& windowsPath, std::string& content) override {
+    Context& c = Current();
+    if (const Fault* f = c.TakeFault("ReadText", windowsPath)) return StandardFailure(f->lastError);
+    ResolvedPath path = c.Resolve(windowsPath);
+    if (Failure f = PathFailure(path); f.failed()) return f;
+    std::error_code ec;
+    if (fs::is_directory(path.host, ec)) return StandardFailure(platform::kErrPathFileAccess);
+    if (!fs::exists(path.host, ec)) {
+      return StandardFailure(fs::is_directory(path.host.parent_path(), ec) ? platform::kErrFileNotFound
+                                                                           : platform::kErrPathNotFound);
+    }
+    std::ifstream in(path.host, std::ios::binary);
+    if (!in) return StandardFailure(platform::kErrPermissionDenied);
+    std::stringstream buffer;
+    buffer << in.rdbuf();
+    content = buffer.str();
+    return {};
+  }
+
+  Failure AppendText(const std::string& windowsPath, const std::string& content) override {
+    Context& c = Current();
+    if (const Fault* f = c.TakeFault("AppendText", windowsPath)) return StandardFailure(f->lastError);
+    ResolvedPath path = c.Resolve(windowsPath);
+    if (Failure f = CheckWritable(c, path); f.failed()) return f;
+    int fd = open(path.host.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    if (fd < 0) return ErrnoFailure(errno);
+    // One write, so that reports of engines sharing the file do not tear.
+    bool ok = WriteAll(fd, content.data(), content.size(), 0, false);
+    int error = errno;
+    close(fd);
+    c.NoteFileWritten(path.windows);
+    if (!ok) return ErrnoFailure(error);
+    return {};
+  }
+
+  Failure ReplaceText(const std::string& windowsPath, const std::string& content) override {
+    Context& c = Current();
+    if (const Fault* f = c.TakeFault("ReplaceText", windowsPath)) return StandardFailure(f->lastError);
+    ResolvedPath path = c.Resolve(windowsPath);
+    if (Failure f = CheckWritable(c, path); f.failed()) return f;
+    static std::atomic<unsigned> counter{0};
+    fs::path temp = path.host.parent_path() /
+                    ("." + path.host.filename().string() + "." + std::to_string(getpid()) + "-" +
+                     std::to_string(counter++) + ".new");
+    int fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd < 0) return ErrnoFailure(errno);
+    bool ok = WriteAll(fd, content.data(), content.size(), 0, false);
+    int error = errno;
+    close(fd);
+    std::error_code ec;
+    if (!ok) {
+      fs::remove(temp, ec);
+      return ErrnoFailure(error);
+    }
+    if (rename(temp.c_str(), path.host.c_str()) != 0) {
+      error = errno;
+      fs::remove(temp, ec);
+      return ErrnoFailure(error);
+    }
+    c.NoteFileWritten(path.windows);
+    return {};
+  }
+
+  Failure WriteBinary(const std::string& windowsPath, const std::vector<uint8_t>& bytes) override {
+    Context& c = Current();
+    if (const Fault* f = c.TakeFault("WriteBinary", windowsPath)) return StandardFailure(f->lastError);
+    ResolvedPath path = c.Resolve(windowsPath);
+    if (Failure f = CheckWritable(c, path); f.failed()) return f;
+    int fd = open(path.host.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    if (fd < 0) return ErrnoFailure(errno);
+    bool ok = WriteAll(fd, reinterpret_cast<const char*>(bytes.data()), bytes.size(), 0, true);
+    int error = errno;
+    close(fd);
+    c.NoteFileWritten(path.windows);
+    if (!ok) return ErrnoFailure(error);
+    return {};
+  }
+
+  Failure FileCopy(const std::string& source, const std::string& target) override {
+    Context& c = Current();
+    if (const Fault* f = c.TakeFault("FileCopy", std::vector<std::string>{source, target}))
+      return StandardFailure(f->lastError);
+    ResolvedPath from = c.Resolve(source);
+    if (Failure f = PathFailure(from); f.failed()) return f;
+    std::error_code ec;
+    if (fs::is_directory(from.host, ec)) return StandardFailure(platform::kErrPathFileAccess);
+    if (!fs::exists(from.host, ec)) {
+      return StandardFailure(fs::is_directory(from.host.parent_path(), ec) ? platform::kErrFileNotFound
+                                                                           : platform::kErrPathNotFound);
+    }
+    ResolvedPath to = c.Resolve(target);
+    if (Failure f = CheckWritable(c, to); f.failed()) return f;
+    std::ifstream in(from.host, std::ios::binary);
+    if (!in) return StandardFailure(platform::kErrPermissionDenied);
+    std::stringstream buffer;
+    buffer << in.rdbuf();
+    std::string bytes = buffer.str();
+    int fd = open(to.host.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) return ErrnoFailure(errno);
+    bool ok = WriteAll(fd, bytes.data(), bytes.size(), 0, false);
+    int error = errno;
+    close(fd);
+    c.NoteFileWritten(to.windows);
+    if (!ok) return ErrnoFailure(error);
+    return {};
+  }
+};
+
+}  // namespace
+
+platform::Files& FilesService() {
+  static SimFiles service;
+  return service;
+}
+
+}  // namespace sim

@@ -1,0 +1,682 @@
+// Reading, validating and writing machine.json.
+#include "platform/sim/SimMachine.h"
+
+#include "platform/sim/Simulator.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cctype>
+#include <fstream>
+#include <limits>
+#include <sstream>
+
+namespace sim {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+namespace fs = std::filesystem;
+
+// Walks the parsed document and names the field of the first thing wrong.
+class Reader {
+ public:
+  explicit Reader(std::string file) : file_(std::move(file)) {}
+
+  [[noreturn]] void Fail(const std::string& field, const std::string& expected) const {
+    throw MachineError{file_ + ": field '" + field + "': " + expected};
+  }
+
+  // Refuses any member of an object that is not one of the names allowed.
+  void OnlyFields(const Json& object, const std::string& field,
+                  std::initializer_list<const char*> allowed) const {
+    for (auto it = object.begin(); it != object.end(); ++it) {
+      bool known = false;
+      for (const char* name : allowed) known = known || it.key() == name;
+      if (!known) {
+        std::string list;
+        for (const char* name : allowed) list += std::string(list.empty() ? "" : ", ") + name;
+        Fail(Join(field, it.key()), "unknown field (expected one of: " + list + ")");
+      }
+    }
+  }
+
+  static std::string Join(const std::string& field, const std::string& name) {
+    return field.empty() ? name : field + "." + name;
+  }
+
+  const Json& Object(const Json& value, const std::string& field) const {
+    if (!value.is_object()) Fail(field, "expected an object");
+    return value;
+  }
+  const Json& Array(const Json& value, const std::string& field) const {
+    if (!value.is_array()) Fail(field, "expected an array");
+    return value;
+  }
+  std::string String(const Json& value, const std::string& field) const {
+    if (!value.is_string()) Fail(field, "expected a string");
+    return value.get<std::string>();
+  }
+  std::optional<std::string> StringOrNull(const Json& value, const std::string& field) const {
+    if (value.is_null()) return std::nullopt;
+    if (!value.is_string()) Fail(field, "expected a string or null");
+    return value.get<std::string>();
+  }
+  int64_t Integer(const Json& value, const std::string& field, int64_t low, int64_t high) const {
+    if (!value.is_number_integer()) Fail(field, "expected an integer");
+    if (value.is_number_unsigned()) {
+      uint64_t u = value.get<uint64_t>();
+      if (u > static_cast<uint64_t>(high)) Fail(field, RangeText(low, high));
+      return static_cast<int64_t>(u);
+    }
+    int64_t v = value.get<int64_t>();
+    if (v < low || v > high) Fail(field, RangeText(low, high));
+    return v;
+  }
+  uint32_t Dword(const Json& value, const std::string& field) const {
+    return static_cast<uint32_t>(Integer(value, field, 0, 0xFFFFFFFFLL));
+  }
+  std::vector<std::string> StringList(const Json& value, const std::string& field) const {
+    Array(value, field);
+    std::vector<std::string> list;
+    for (size_t i = 0; i < value.size(); ++i)
+      list.push_back(String(value[i], field + "[" + std::to_string(i) + "]"));
+    return list;
+  }
+
+ private:
+  static std::string RangeText(int64_t low, int64_t high) {
+    return "expected an integer from " + std::to_string(low) + " to " + std::to_string(high);
+  }
+  std::string file_;
+};
+
+bool ValidClock(const std::string& text) {
+  // YYYY-MM-DDTHH:MM:SS
+  if (text.size() != 19) return false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    char c = text[i];
+    if (i == 4 || i == 7) {
+      if (c != '-') return false;
+    } else if (i == 10) {
+      if (c != 'T') return false;
+    } else if (i == 13 || i == 16) {
+      if (c != ':') return false;
+    } else if (!std::isdigit(static_cast<unsigned char>(c))) {
+      return false;
+    }
+  }
+  int year = std::stoi(text.substr(0, 4)), month = std::stoi(text.substr(5, 2)),
+      day = std::stoi(text.substr(8, 2)), hour = std::stoi(text.substr(11, 2)),
+      minute = std::stoi(text.substr(14, 2)), second = std::stoi(text.substr(17, 2));
+  static const int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  if (year < 100 || month < 1 || month > 12) return false;
+  bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+  int days = kDays[month - 1] + (month == 2 && leap ? 1 : 0);
+  return day >= 1 && day <= days && hour <= 23 && minute <= 59 && second <= 59;
+}
+
+std::string CanonicalRoot(const std::string& path) {
+  // Long names of the roots; HKLM and HKCU are accepted as short forms.
+  std::string upper;
+  for (char c : path) upper += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  struct Root {
+    const char* shortName;
+    const char* longName;
+  };
+  static const Root kRoots[] = {{"HKLM", "HKEY_LOCAL_MACHINE"}, {"HKCU", "HKEY_CURRENT_USER"},
+                                {"HKCR", "HKEY_CLASSES_ROOT"}, {"HKU", "HKEY_USERS"}};
+  for (const Root& root : kRoots) {
+    std::string s = root.shortName;
+    if (upper == s || upper.rfind(s + "\\", 0) == 0) return root.longName + path.substr(s.size());
+  }
+  return path;
+}
+
+bool KnownRoot(const std::string& path) {
+  std::string upper;
+  for (char c : path) upper += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  for (const char* root : {"HKEY_LOCAL_MACHINE", "HKEY_CURRENT_USER", "HKEY_CLASSES_ROOT", "HKEY_USERS"}) {
+    std::string r = root;
+    if (upper == r || upper.rfind(r + "\\", 0) == 0) return true;
+  }
+  return false;
+}
+
+void PutLittleEndian(std::vector<uint8_t>& data, uint64_t value, int bytes) {
+  for (int i = 0; i < bytes; ++i) data.push_back(static_cast<uint8_t>(value >> (8 * i)));
+}
+
+RegistryValue ReadRegistryValue(const Reader& r, const Json& value, const std::string& field) {
+  RegistryValue result;
+  if (value.is_string()) {
+    std::string text = value.get<std::string>();
+    result.type = REG_SZ;
+    result.data.assign(text.begin(), text.end());
+    result.data.push_back(0);
+    return result;
+  }
+  if (!value.is_object())
+    r.Fail(field, "expected a string or an object {\"type\": T, \"data\": D}");
+  r.OnlyFields(value, field, {"type", "data"});
+  if (!value.contains("type")) r.Fail(Reader::Join(field, "type"), "expected an integer (missing)");
+  result.type = r.Dword(value["type"], Reader::Join(field, "type"));
+  if (!value.contains("data")) return result;
+  const Json& data = value["data"];
+  std::string dataField = Reader::Join(field, "data");
+  if (data.is_array()) {
+    bool allBytes = true;
+    for (const Json& b : data) allBytes = allBytes && b.is_number_integer();
+    if (allBytes) {
+      for (size_t i = 0; i < data.size(); ++i)
+        result.data.push_back(static_cast<uint8_t>(
+            r.Integer(data[i], dataField + "[" + std::to_string(i) + "]", 0, 255)));
+      return result;
+    }
+    if (result.type == REG_MULTI_SZ) {
+      for (const std::string& s : r.StringList(data, dataField)) {
+        result.data.insert(result.data.end(), s.begin(), s.end());
+        result.data.push_back(0);
+      }
+      result.data.push_back(0);
+      return result;
+    }
+    r.Fail(dataField, "expected an array of byte values 0-255");
+  }
+  switch (result.type) {
+    case REG_DWORD:
+    case 5:
+    case 11: {
+      if (!data.is_number_integer())
+        r.Fail(dataField, "expected an integer or an array of byte values 0-255");
+      int64_t low = result.type == 11 ? std::numeric_limits<int64_t>::min() : -2147483648LL;
+      int64_t high = result.type == 11 ? std::numeric_limits<int64_t>::max() : 0xFFFFFFFFLL;
+      uint64_t v = static_cast<uint64_t>(r.Integer(data, dataField, low, high));
+      if (data.is_number_unsigned()) v = data.get<uint64_t>();
+      if (result.type == 5) {
+        for (int i = 3; i >= 0; --i) result.data.push_back(static_cast<uint8_t>(v >> (8 * i)));
+      } else {
+        PutLittleEndian(result.data, v, result.type == 11 ? 8 : 4);
+      }
+      return result;
+    }
+    case REG_SZ:
+    case REG_EXPAND_SZ: {
+      std::string text = r.String(data, dataField);
+      result.data.assign(text.begin(), text.end());
+      result.data.push_back(0);
+      return result;
+    }
+    case REG_MULTI_SZ:
+      r.Fail(dataField, "expected an array of strings or of byte values 0-255");
+    default: {
+      if (!data.is_string()) r.Fail(dataField, "expected a string or an array of byte values 0-255");
+      std::string text = data.get<std::string>();
+      result.data.assign(text.begin(), text.end());
+      return result;
+    }
+  }
+}
+
+SimPrinter ReadPrinter(const Reader& r, const Json& value, const std::string& field) {
+  r.Object(value, field);
+  r.OnlyFields(value, field,
+               {"name", "serverName", "shareName", "portName", "driverName", "comment", "location",
+                "attributes"});
+  SimPrinter p;
+  if (!value.contains("name")) r.Fail(Reader::Join(field, "name"), "expected a string (missing)");
+  for (auto it = value.begin(); it != value.end(); ++it) {
+    const std::string& k = it.key();
+    std::string f = Reader::Join(field, k);
+    if (k == "name") p.name = r.String(*it, f);
+    else if (k == "serverName") p.serverName = r.StringOrNull(*it, f);
+    else if (k == "shareName") p.shareName = r.String(*it, f);
+    else if (k == "portName") p.portName = r.String(*it, f);
+    else if (k == "driverName") p.driverName = r.String(*it, f);
+    else if (k == "comment") p.comment = r.String(*it, f);
+    else if (k == "location") p.location = r.String(*it, f);
+    else if (k == "attributes") p.attributes = r.Dword(*it, f);
+  }
+  return p;
+}
+
+SimDirectory ReadDirectory(const Reader& r, const Json& value, const std::string& field) {
+  r.Object(value, field);
+  r.OnlyFields(value, field, {"domain", "namingContext", "printQueues", "queryError", "ldap"});
+  SimDirectory d;
+  for (auto it = value.begin(); it != value.end(); ++it) {
+    const std::string& k = it.key();
+    std::string f = Reader::Join(field, k);
+    if (k == "domain") {
+      d.domain = r.String(*it, f);
+    } else if (k == "namingContext") {
+      d.namingContext = r.String(*it, f);
+    } else if (k == "ldap") {
+      d.ldap = r.StringOrNull(*it, f);
+    } else if (k == "queryError") {
+      if (it->is_null()) continue;
+      r.Object(*it, f);
+      r.OnlyFields(*it, f, {"number", "description"});
+      DirectoryError e;
+      if (it->contains("number"))
+        e.number = static_cast<int32_t>(
+            r.Integer((*it)["number"], f + ".number", std::numeric_limits<int32_t>::min(),
+                      std::numeric_limits<int32_t>::max()));
+      if (it->contains("description")) e.description = r.String((*it)["description"], f + ".description");
+      d.queryError = e;
+    } else if (k == "printQueues") {
+      r.Array(*it, f);
+      for (size_t i = 0; i < it->size(); ++i) {
+        const Json& q = (*it)[i];
+        std::string qf = f + "[" + std::to_string(i) + "]";
+        r.Object(q, qf);
+        r.OnlyFields(q, qf, {"name", "printShareName"});
+        PrintQueue queue;
+        if (q.contains("name")) queue.name = r.StringOrNull(q["name"], qf + ".name");
+        if (q.contains("printShareName")) {
+          const Json& s = q["printShareName"];
+          if (s.is_string()) queue.printShareName.push_back(s.get<std::string>());
+          else if (!s.is_null()) queue.printShareName = r.StringList(s, qf + ".printShareName");
+        }
+        d.printQueues.push_back(queue);
+      }
+    }
+  }
+  return d;
+}
+
+EventEntry ReadEvent(const Reader& r, const Json& value, const std::string& field) {
+  r.Object(value, field);
+  r.OnlyFields(value, field, {"source", "type", "category", "id", "strings", "data"});
+  EventEntry e;
+  for (auto it = value.begin(); it != value.end(); ++it) {
+    const std::string& k = it.key();
+    std::string f = Reader::Join(field, k);
+    if (k == "source") e.source = r.String(*it, f);
+    else if (k == "type") e.type = static_cast<int>(r.Integer(*it, f, 0, 0xFFFF));
+    else if (k == "category") e.category = static_cast<int>(r.Integer(*it, f, 0, 0xFFFF));
+    else if (k == "id") e.id = r.Dword(*it, f);
+    else if (k == "strings") e.strings = r.StringList(*it, f);
+    else if (k == "data") e.data = r.String(*it, f);
+  }
+  return e;
+}
+
+Fault ReadFault(const Reader& r, const Json& value, const std::string& field) {
+  r.Object(value, field);
+  r.OnlyFields(value, field, {"call", "match", "result", "lastError", "skip", "times"});
+  Fault fault;
+  if (!value.contains("call")) r.Fail(Reader::Join(field, "call"), "expected a string (missing)");
+  for (auto it = value.begin(); it != value.end(); ++it) {
+    const std::string& k = it.key();
+    std::string f = Reader::Join(field, k);
+    if (k == "call") {
+      fault.call = r.String(*it, f);
+    } else if (k == "match") {
+      fault.match = r.StringOrNull(*it, f);
+    } else if (k == "result") {
+      fault.result = r.Integer(*it, f, std::numeric_limits<int64_t>::min(),
+                               std::numeric_limits<int64_t>::max());
+    } else if (k == "lastError") {
+      fault.lastError = r.Dword(*it, f);
+    } else if (k == "skip") {
+      fault.skip = static_cast<int>(r.Integer(*it, f, 0, std::numeric_limits<int>::max()));
+    } else if (k == "times") {
+      if (!it->is_null())
+        fault.times = static_cast<int>(r.Integer(*it, f, 0, std::numeric_limits<int>::max()));
+    }
+  }
+  return fault;
+}
+
+Machine ReadMachine(const Reader& r, const Json& root) {
+  Machine m;
+  if (!root.is_object()) r.Fail("(top level)", "expected an object");
+  r.OnlyFields(root, "",
+               {"os", "computerName", "userName", "exePath", "profileDir", "windowsDir", "systemDir",
+                "tempDir", "localHostName", "clock", "timerIntervalMs", "printers", "defaultPrinter",
+                "printServers", "drivers", "ports", "winIni", "registry", "directory", "eventLog",
+                "readOnly", "faults"});
+  for (auto it = root.begin(); it != root.end(); ++it) {
+    const std::string& k = it.key();
+    const Json& v = *it;
+    if (k == "os") {
+      r.Object(v, k);
+      r.OnlyFields(v, k, {"platformId", "majorVersion", "minorVersion", "versionError"});
+      for (auto o = v.begin(); o != v.end(); ++o) {
+        std::string f = "os." + o.key();
+        uint32_t n = r.Dword(*o, f);
+        if (o.key() == "platformId") m.platformId = n;
+        else if (o.key() == "majorVersion") m.majorVersion = n;
+        else if (o.key() == "minorVersion") m.minorVersion = n;
+        else m.versionError = n;
+      }
+    } else if (k == "computerName") {
+      m.computerName = r.StringOrNull(v, k);
+    } else if (k == "userName") {
+      m.userName = r.StringOrNull(v, k);
+    } else if (k == "exePath") {
+      m.exePath = r.String(v, k);
+    } else if (k == "profileDir") {
+      m.profileDir = r.String(v, k);
+    } else if (k == "windowsDir") {
+      m.windowsDir = r.String(v, k);
+    } else if (k == "systemDir") {
+      m.systemDir = r.String(v, k);
+    } else if (k == "tempDir") {
+      m.tempDir = r.String(v, k);
+    } else if (k == "localHostName") {
+      m.localHostName = r.StringOrNull(v, k);
+    } else if (k == "clock") {
+      m.clock = r.StringOrNull(v, k);
+      if (m.clock && !ValidClock(*m.clock))
+        r.Fail(k, "expected a local date and time \"YYYY-MM-DDTHH:MM:SS\"");
+    } else if (k == "timerIntervalMs") {
+      m.timerIntervalMs = static_cast<uint32_t>(r.Integer(v, k, 0, 86400000));
+    } else if (k == "printers") {
+      r.Array(v, k);
+      for (size_t i = 0; i < v.size(); ++i)
+        m.printers.push_back(ReadPrinter(r, v[i], k + "[" + std::to_string(i) + "]"));
+    } else if (k == "defaultPrinter") {
+      m.defaultPrinter = r.StringOrNull(v, k);
+    } else if (k == "printServers") {
+      r.Object(v, k);
+      for (auto s = v.begin(); s != v.end(); ++s) {
+        std::string f = k + "." + s.key();
+        r.Object(*s, f);
+        r.OnlyFields(*s, f, {"queues"});
+        PrintServer server;
+        if (s->contains("queues")) server.queues = r.StringList((*s)["queues"], f + ".queues");
+        m.printServers[s.key()] = server;
+      }
+    } else if (k == "drivers") {
+      m.drivers = r.StringList(v, k);
+    } else if (k == "ports") {
+      m.ports = r.StringList(v, k);
+    } else if (k == "winIni") {
+      r.Object(v, k);
+      for (auto s = v.begin(); s != v.end(); ++s) {
+        std::string f = k + "." + s.key();
+        r.Object(*s, f);
+        std::vector<std::pair<std::string, std::string>> keys;
+        for (auto e = s->begin(); e != s->end(); ++e)
+          keys.emplace_back(e.key(), r.String(*e, f + "." + e.key()));
+        m.winIni.emplace_back(s.key(), keys);
+      }
+    } else if (k == "registry") {
+      r.Object(v, k);
+      for (auto s = v.begin(); s != v.end(); ++s) {
+        std::string f = k + "." + s.key();
+        if (!KnownRoot(CanonicalRoot(s.key())))
+          r.Fail(f, "expected a key path that begins with HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER, "
+                    "HKEY_CLASSES_ROOT or HKEY_USERS");
+        r.Object(*s, f);
+        std::vector<std::pair<std::string, RegistryValue>> values;
+        for (auto e = s->begin(); e != s->end(); ++e)
+          values.emplace_back(e.key(), ReadRegistryValue(r, *e, f + "." + e.key()));
+        m.registry.emplace_back(CanonicalRoot(s.key()), values);
+      }
+    } else if (k == "directory") {
+      if (!v.is_null()) m.directory = ReadDirectory(r, v, k);
+    } else if (k == "eventLog") {
+      r.Array(v, k);
+      for (size_t i = 0; i < v.size(); ++i)
+        m.eventLog.push_back(ReadEvent(r, v[i], k + "[" + std::to_string(i) + "]"));
+    } else if (k == "readOnly") {
+      m.readOnly = r.StringList(v, k);
+    } else if (k == "faults") {
+      r.Array(v, k);
+      for (size_t i = 0; i < v.size(); ++i)
+        m.faults.push_back(ReadFault(r, v[i], k + "[" + std::to_string(i) + "]"));
+    }
+  }
+  return m;
+}
+
+// The line and column (from 1) of a byte offset of text.
+std::pair<size_t, size_t> LineAndColumn(const std::string& text, size_t offset) {
+  size_t line = 1, column = 1;
+  for (size_t i = 0; i < offset && i < text.size(); ++i) {
+    if (text[i] == '\n') {
+      ++line;
+      column = 1;
+    } else {
+      ++column;
+    }
+  }
+  return {line, column};
+}
+
+bool ValidUtf8(const std::vector<uint8_t>& bytes, size_t begin, size_t end) {
+  size_t i = begin;
+  while (i < end) {
+    uint8_t c = bytes[i];
+    size_t n;
+    uint32_t cp;
+    if (c < 0x80) {
+      ++i;
+      continue;
+    } else if ((c & 0xE0) == 0xC0) {
+      n = 1;
+      cp = c & 0x1F;
+    } else if ((c & 0xF0) == 0xE0) {
+      n = 2;
+      cp = c & 0x0F;
+    } else if ((c & 0xF8) == 0xF0) {
+      n = 3;
+      cp = c & 0x07;
+    } else {
+      return false;
+    }
+    if (i + n >= end) return false;
+    for (size_t j = 1; j <= n; ++j) {
+      if ((bytes[i + j] & 0xC0) != 0x80) return false;
+      cp = cp << 6 | (bytes[i + j] & 0x3F);
+    }
+    static const uint32_t kMin[] = {0, 0x80, 0x800, 0x10000};
+    if (cp < kMin[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
+    i += n + 1;
+  }
+  return true;
+}
+
+Json RegistryValueToJson(const RegistryValue& value) {
+  const std::vector<uint8_t>& d = value.data;
+  auto bytes = [&] {
+    Json array = Json::array();
+    for (uint8_t b : d) array.push_back(b);
+    return Json{{"type", value.type}, {"data", array}};
+  };
+  auto text = [&]() -> std::optional<std::string> {
+    // One NUL, at the end, and valid UTF-8 before it.
+    if (d.empty() || d.back() != 0) return std::nullopt;
+    for (size_t i = 0; i + 1 < d.size(); ++i)
+      if (d[i] == 0) return std::nullopt;
+    if (!ValidUtf8(d, 0, d.size() - 1)) return std::nullopt;
+    return std::string(d.begin(), d.end() - 1);
+  };
+  switch (value.type) {
+    case REG_SZ:
+      if (auto t = text()) return *t;
+      return bytes();
+    case REG_EXPAND_SZ:
+      if (auto t = text()) return Json{{"type", value.type}, {"data", *t}};
+      return bytes();
+    case REG_DWORD:
+      if (d.size() == 4)
+        return Json{{"type", value.type},
+                    {"data", uint32_t(d[0]) | uint32_t(d[1]) << 8 | uint32_t(d[2]) << 16 |
+                                 uint32_t(d[3]) << 24}};
+      return bytes();
+    case 5:
+      if (d.size() == 4)
+        return Json{{"type", value.type},
+                    {"data", uint32_t(d[3]) | uint32_t(d[2]) << 8 | uint32_t(d[1]) << 16 |
+                                 uint32_t(d[0]) << 24}};
+      return bytes();
+    case 11:
+      if (d.size() == 8) {
+        uint64_t v = 0;
+        for (int i = 7; i >= 0; --i) v = v << 8 | d[i];
+        return Json{{"type", value.type}, {"data", static_cast<int64_t>(v)}};
+      }
+      return bytes();
+    case REG_MULTI_SZ: {
+      if (d.size() < 1 || d.back() != 0 || !ValidUtf8(d, 0, d.size())) return bytes();
+      Json list = Json::array();
+      std::vector<uint8_t> rebuilt;
+      size_t start = 0;
+      for (size_t i = 0; i + 1 < d.size(); ++i) {
+        if (d[i] == 0) {
+          list.push_back(std::string(d.begin() + start, d.begin() + i));
+          start = i + 1;
+        }
+      }
+      for (const Json& s : list) {
+        std::string t = s.get<std::string>();
+        rebuilt.insert(rebuilt.end(), t.begin(), t.end());
+        rebuilt.push_back(0);
+      }
+      rebuilt.push_back(0);
+      if (rebuilt == d && !list.empty()) return Json{{"type", value.type}, {"data", list}};
+      return bytes();
+    }
+    default:
+      return bytes();
+  }
+}
+
+}  // namespace
+
+Machine LoadMachine(const fs::path& folder) {
+  fs::path file = folder / "machine.json";
+  // Messages name the file as the user knows it; the caller knows the folder.
+  const std::string name = "machine.json";
+  std::error_code ec;
+  if (!fs::exists(file, ec)) return Machine{};
+  std::ifstream in(file, std::ios::binary);
+  if (!in) throw MachineError{name + ": cannot be read"};
+  std::stringstream buffer;
+  buffer << in.rdbuf();
+  std::string text = buffer.str();
+  Json root;
+  try {
+    root = Json::parse(text);
+  } catch (const nlohmann::json::parse_error& e) {
+    auto [line, column] = LineAndColumn(text, e.byte > 0 ? e.byte - 1 : 0);
+    std::string what = e.what();
+    // Keep the parser's reason, without its own prefix and position.
+    size_t colon = what.find(": ", what.find("column"));
+    std::string reason = colon == std::string::npos ? what : what.substr(colon + 2);
+    throw MachineError{name + ": line " + std::to_string(line) + ", column " +
+                       std::to_string(column) + ": invalid JSON: " + reason};
+  }
+  return ReadMachine(Reader(name), root);
+}
+
+nlohmann::ordered_json MachineToJson(const Machine& m);
+
+void SaveMachine(const fs::path& folder, const Machine& machine) {
+  fs::path file = folder / "machine.json";
+  std::string text = MachineToJson(machine).dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+  fs::path temp = folder / ".machine.json.new";
+  {
+    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
+    if (!out) throw MachineError{file.string() + ": cannot be written"};
+    out << text << "\n";
+    if (!out) throw MachineError{file.string() + ": cannot be written"};
+  }
+  fs::rename(temp, file);
+}
+
+nlohmann::ordered_json MachineToJson(const Machine& m) {
+  Json root = Json::object();
+  root["os"] = Json{{"platformId", m.platformId},
+                    {"majorVersion", m.majorVersion},
+                    {"minorVersion", m.minorVersion},
+                    {"versionError", m.versionError}};
+  root["computerName"] = m.computerName ? Json(*m.computerName) : Json(nullptr);
+  root["userName"] = m.userName ? Json(*m.userName) : Json(nullptr);
+  root["exePath"] = m.exePath;
+  root["profileDir"] = m.profileDir;
+  root["windowsDir"] = m.windowsDir;
+  root["systemDir"] = m.systemDir;
+  root["tempDir"] = m.tempDir;
+  if (m.localHostName) root["localHostName"] = *m.localHostName;
+  if (m.clock) root["clock"] = *m.clock;
+  root["timerIntervalMs"] = m.timerIntervalMs;
+  Json printers = Json::array();
+  for (const SimPrinter& p : m.printers) {
+    printers.push_back(Json{{"name", p.name},
+                            {"serverName", p.serverName ? Json(*p.serverName) : Json(nullptr)},
+                            {"shareName", p.shareName},
+                            {"portName", p.portName},
+                            {"driverName", p.driverName},
+                            {"comment", p.comment},
+                            {"location", p.location},
+                            {"attributes", p.attributes}});
+  }
+  root["printers"] = printers;
+  root["defaultPrinter"] = m.defaultPrinter ? Json(*m.defaultPrinter) : Json(nullptr);
+  Json servers = Json::object();
+  for (const auto& [name, server] : m.printServers) servers[name] = Json{{"queues", server.queues}};
+  root["printServers"] = servers;
+  root["drivers"] = m.drivers;
+  root["ports"] = m.ports;
+  Json winIni = Json::object();
+  for (const auto& [section, keys] : m.winIni) {
+    Json s = Json::object();
+    for (const auto& [key, value] : keys) s[key] = value;
+    winIni[section] = s;
+  }
+  root["winIni"] = winIni;
+  Json registry = Json::object();
+  for (const auto& [path, values] : m.registry) {
+    Json k = Json::object();
+    for (const auto& [name, value] : values) k[name] = RegistryValueToJson(value);
+    registry[path] = k;
+  }
+  root["registry"] = registry;
+  if (m.directory) {
+    const SimDirectory& d = *m.directory;
+    Json dir = Json{{"domain", d.domain}, {"namingContext", d.namingContext}};
+    Json queues = Json::array();
+    for (const PrintQueue& q : d.printQueues) {
+      Json e = Json::object();
+      if (q.name) e["name"] = *q.name;
+      e["printShareName"] = q.printShareName;
+      queues.push_back(e);
+    }
+    dir["printQueues"] = queues;
+    dir["queryError"] = d.queryError
+                            ? Json{{"number", d.queryError->number},
+                                   {"description", d.queryError->description}}
+                            : Json(nullptr);
+    if (d.ldap) dir["ldap"] = *d.ldap;
+    root["directory"] = dir;
+  }
+  Json events = Json::array();
+  for (const EventEntry& e : m.eventLog) {
+    events.push_back(Json{{"source", e.source},
+                          {"type", e.type},
+                          {"category", e.category},
+                          {"id", e.id},
+                          {"strings", e.strings},
+                          {"data", e.data}});
+  }
+  root["eventLog"] = events;
+  root["readOnly"] = m.readOnly;
+  Json faults = Json::array();
+  for (const Fault& f : m.faults) {
+    Json e = Json{{"call", f.call}};
+    if (f.match) e["match"] = *f.match;
+    e["result"] = f.result;
+    e["lastError"] = f.lastError;
+    e["skip"] = f.skip;
+    if (f.times) e["times"] = *f.times;
+    faults.push_back(e);
+  }
+  root["faults"] = faults;
+  return root;
+}
+
+}  // namespace sim

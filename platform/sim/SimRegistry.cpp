@@ -1,0 +1,217 @@
+// The registry of the simulated client, and the per-user settings kept in it.
+#include "platform/sim/SimContext.h"
+#include "platform/sim/SimServices.h"
+
+#include <cstring>
+
+namespace sim {
+
+namespace {
+
+const char* RootName(HKEY key) {
+  if (key == HKEY_CLASSES_ROOT) return "HKEY_CLASSES_ROOT";
+  if (key == HKEY_CURRENT_USER) return "HKEY_CURRENT_USER";
+  if (key == HKEY_LOCAL_MACHINE) return "HKEY_LOCAL_MACHINE";
+  if (key == HKEY_USERS) return "HKEY_USERS";
+  return nullptr;
+}
+
+// The path of an open key (a root or a handle); empty when the handle is
+// not open.
+std::string KeyPath(const Context& c, HKEY key) {
+  if (const char* root = RootName(key)) return root;
+  auto it = c.registryKeys.find(reinterpret_cast<uintptr_t>(key));
+  return it == c.registryKeys.end() ? std::string() : it->second;
+}
+
+// A sub-key path below parent, its names kept as given, empty names dropped.
+std::string ChildPath(const std::string& parent, const std::string& subKey) {
+  std::string path = parent;
+  std::string name;
+  for (char ch : subKey + "\\") {
+    if (ch == '\\') {
+      if (!name.empty()) path += "\\" + name;
+      name.clear();
+    } else {
+      name += ch;
+    }
+  }
+  return path;
+}
+
+using KeyEntry = std::pair<std::string, std::vector<std::pair<std::string, RegistryValue>>>;
+
+KeyEntry* FindKey(Context& c, const std::string& path) {
+  for (KeyEntry& entry : c.machine.registry)
+    if (SameNoCase(entry.first, path)) return &entry;
+  return nullptr;
+}
+
+// A key exists when it is listed, is a root, or lies above a listed key.
+bool KeyExists(const Context& c, const std::string& path) {
+  if (path.find('\\') == std::string::npos) return true;   // a root
+  std::string upper = UpperAscii(path);
+  for (const KeyEntry& entry : c.machine.registry) {
+    std::string e = UpperAscii(entry.first);
+    if (e == upper || e.compare(0, upper.size() + 1, upper + "\\") == 0) return true;
+  }
+  return false;
+}
+
+KeyEntry& CreateKey(Context& c, const std::string& path) {
+  if (KeyEntry* entry = FindKey(c, path)) return *entry;
+  c.machine.registry.emplace_back(path, std::vector<std::pair<std::string, RegistryValue>>{});
+  return c.machine.registry.back();
+}
+
+HKEY NewHandle(Context& c, const std::string& path) {
+  uintptr_t handle = c.nextHandle++;
+  c.registryKeys[handle] = path;
+  return reinterpret_cast<HKEY>(handle);
+}
+
+std::string SettingsPath(const std::string& application, const std::string& section) {
+  return ChildPath(std::string("HKEY_CURRENT_USER\\") + platform::kSettingsRoot,
+                   application + "\\" + section);
+}
+
+class SimRegistry : public platform::Registry {
+ public:
+  LONG RegOpenKeyA(HKEY key, LPCSTR subKey, PHKEY result) override {
+    Context& c = Current();
+    c.lastError = 0;
+    std::string parent = KeyPath(c, key);
+    std::string path = parent.empty() ? "" : ChildPath(parent, ArgText(subKey));
+    if (const Fault* f = c.TakeFault("RegOpenKeyA", std::vector<std::string>{path, ArgText(subKey)}))
+      return static_cast<LONG>(f->result);
+    if (parent.empty()) return ERROR_INVALID_HANDLE;
+    if (!result) return ERROR_INVALID_PARAMETER;
+    if (!KeyExists(c, path)) return ERROR_FILE_NOT_FOUND;
+    *result = NewHandle(c, path);
+    return ERROR_SUCCESS;
+  }
+
+  LONG RegCreateKeyA(HKEY key, LPCSTR subKey, PHKEY result) override {
+    Context& c = Current();
+    c.lastError = 0;
+    std::string parent = KeyPath(c, key);
+    std::string path = parent.empty() ? "" : ChildPath(parent, ArgText(subKey));
+    if (const Fault* f = c.TakeFault("RegCreateKeyA", std::vector<std::string>{path, ArgText(subKey)}))
+      return static_cast<LONG>(f->result);
+    if (parent.empty()) return ERROR_INVALID_HANDLE;
+    if (!result) return ERROR_INVALID_PARAMETER;
+    if (path.find('\\') != std::string::npos && !FindKey(c, path)) CreateKey(c, path);
+    *result = NewHandle(c, path);
+    return ERROR_SUCCESS;
+  }
+
+  LONG RegQueryValueExA(HKEY key, LPCSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data,
+                        LPDWORD dataSize) override {
+    Context& c = Current();
+    c.lastError = 0;
+    std::string path = KeyPath(c, key);
+    if (const Fault* f =
+            c.TakeFault("RegQueryValueExA", std::vector<std::string>{path, ArgText(valueName)}))
+      return static_cast<LONG>(f->result);
+    if (path.empty()) return ERROR_INVALID_HANDLE;
+    if (data && !dataSize) return ERROR_INVALID_PARAMETER;
+    KeyEntry* entry = FindKey(c, path);
+    const RegistryValue* found = nullptr;
+    if (entry)
+      for (const auto& [name, value] : entry->second)
+        if (SameNoCase(name, ArgText(valueName))) found = &value;
+    if (!found) return ERROR_FILE_NOT_FOUND;
+    if (type) *type = found->type;
+    DWORD size = static_cast<DWORD>(found->data.size());
+    if (!data) {
+      if (dataSize) *dataSize = size;
+      return ERROR_SUCCESS;
+    }
+    if (*dataSize < size) {
+      *dataSize = size;
+      return ERROR_MORE_DATA;
+    }
+    if (size) std::memcpy(data, found->data.data(), size);
+    *dataSize = size;
+    return ERROR_SUCCESS;
+  }
+
+  LONG RegSetValueExA(HKEY key, LPCSTR valueName, DWORD reserved, DWORD type, const BYTE* data,
+                      DWORD dataSize) override {
+    Context& c = Current();
+    c.lastError = 0;
+    std::string path = KeyPath(c, key);
+    if (const Fault* f =
+            c.TakeFault("RegSetValueExA", std::vector<std::string>{path, ArgText(valueName)}))
+      return static_cast<LONG>(f->result);
+    if (path.empty()) return ERROR_INVALID_HANDLE;
+    if (!data && dataSize) return ERROR_INVALID_PARAMETER;
+    RegistryValue value;
+    value.type = type;
+    if (dataSize) value.data.assign(data, data + dataSize);
+    SetValue(c, path, ArgText(valueName), value);
+    return ERROR_SUCCESS;
+  }
+
+  LONG RegCloseKey(HKEY key) override {
+    Context& c = Current();
+    c.lastError = 0;
+    std::string path = KeyPath(c, key);
+    if (const Fault* f = c.TakeFault("RegCloseKey", path)) return static_cast<LONG>(f->result);
+    if (RootName(key)) return ERROR_SUCCESS;
+    if (c.registryKeys.erase(reinterpret_cast<uintptr_t>(key)) == 0) return ERROR_INVALID_HANDLE;
+    return ERROR_SUCCESS;
+  }
+
+  std::string GetSetting(const std::string& application, const std::string& section,
+                         const std::string& key, const std::string& defaultValue) override {
+    Context& c = Current();
+    std::string path = SettingsPath(application, section);
+    if (c.TakeFault("GetSetting", std::vector<std::string>{path, application})) return defaultValue;
+    KeyEntry* entry = FindKey(c, path);
+    if (!entry) return defaultValue;
+    for (const auto& [name, value] : entry->second) {
+      if (!SameNoCase(name, key)) continue;
+      if (value.type != REG_SZ && value.type != REG_EXPAND_SZ) return defaultValue;
+      std::string text(value.data.begin(), value.data.end());
+      return text.substr(0, text.find('\0'));
+    }
+    return defaultValue;
+  }
+
+  platform::Failure SaveSetting(const std::string& application, const std::string& section,
+                                const std::string& key, const std::string& value) override {
+    Context& c = Current();
+    std::string path = SettingsPath(application, section);
+    if (const Fault* f = c.TakeFault("SaveSetting", std::vector<std::string>{path, application}))
+      return StandardFailure(f->lastError);
+    RegistryValue v;
+    v.type = REG_SZ;
+    v.data.assign(value.begin(), value.end());
+    v.data.push_back(0);
+    SetValue(c, path, key, v);
+    return {};
+  }
+
+ private:
+  static void SetValue(Context& c, const std::string& path, const std::string& name,
+                       const RegistryValue& value) {
+    KeyEntry& entry = CreateKey(c, path);
+    for (auto& [existing, stored] : entry.second) {
+      if (SameNoCase(existing, name)) {
+        stored = value;
+        return;
+      }
+    }
+    entry.second.emplace_back(name, value);
+  }
+};
+
+}  // namespace
+
+platform::Registry& RegistryService() {
+  static SimRegistry service;
+  return service;
+}
+
+}  // namespace sim

@@ -1,0 +1,41 @@
+// The services of the simulated platform, each working on sim::Current(),
+// and the helpers they share.
+#pragma once
+
+#include "platform/Platform.h"
+
+#include <cstdint>
+#include <string>
+
+namespace sim {
+
+platform::System& SystemService();
+platform::Profile& ProfileService();
+platform::Registry& RegistryService();
+platform::EventLog& EventLogService();
+platform::Files& FilesService();
+platform::Clock& ClockService();
+platform::UserInterface& UserInterfaceService();
+platform::Sockets& SocketsService();
+platform::Directory& DirectoryService();
+
+// Delivers pending socket events inside DoEvents; true when any ran.
+bool PumpSocketEvents();
+
+// Every service of the simulated platform.
+platform::ServiceSet SimulatedServices();
+
+// The run-time error of that number with the system's description of it.
+platform::Failure StandardFailure(int32_t number);
+
+// ASCII upper case, and whole-string compare that ignores ASCII case.
+std::string UpperAscii(const std::string& text);
+bool SameNoCase(const std::string& a, const std::string& b);
+
+// The text of a C string argument; a null pointer gives the empty text.
+inline std::string ArgText(const char* text) { return text ? std::string(text) : std::string(); }
+
+// Copies text and its NUL into a caller's buffer of size bytes.
+void CopyWithNul(char* buffer, const std::string& text);
+
+}  // namespace sim

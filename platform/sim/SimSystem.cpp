@@ -1,0 +1,223 @@
+// System information of the simulated client: version, folders, user,
+// process token, the computer's name, the command line and the code page.
+#include "platform/sim/SimContext.h"
+#include "platform/sim/SimServices.h"
+
+#include <cstring>
+
+namespace sim {
+
+namespace {
+
+// The process's pseudo handle, as Windows gives it.
+HANDLE const kCurrentProcess = reinterpret_cast<HANDLE>(static_cast<intptr_t>(-1));
+constexpr DWORD kErrorNotLoggedOn = 1245;   // ERROR_NOT_LOGGED_ON
+
+// The build number Windows reports for a version; 0 when not known.
+DWORD BuildNumber(uint32_t platformId, uint32_t major, uint32_t minor) {
+  struct Build {
+    uint32_t platformId, major, minor;
+    DWORD build;
+  };
+  static const Build kBuilds[] = {
+      {1, 4, 0, 950},  {1, 4, 10, 2222}, {1, 4, 90, 3000}, {2, 3, 51, 1057}, {2, 4, 0, 1381},
+      {2, 5, 0, 2195}, {2, 5, 1, 2600},  {2, 5, 2, 3790},  {2, 6, 0, 6002},  {2, 6, 1, 7601},
+      {2, 6, 2, 9200}, {2, 6, 3, 9600},  {2, 10, 0, 19045}};
+  for (const Build& b : kBuilds)
+    if (b.platformId == platformId && b.major == major && b.minor == minor) return b.build;
+  return 0;
+}
+
+// Copies text into a buffer the Windows way of GetSystemDirectoryA: the
+// length without NUL on success, the size needed (with NUL) when too small.
+DWORD CopyPathOut(const std::string& text, char* buffer, DWORD size) {
+  if (!buffer || size < text.size() + 1) return static_cast<DWORD>(text.size() + 1);
+  CopyWithNul(buffer, text);
+  return static_cast<DWORD>(text.size());
+}
+
+class SimSystem : public platform::System {
+ public:
+  DWORD GetLastError() override { return Current().lastError; }
+
+  void SetLastError(DWORD code) override { Current().lastError = code; }
+
+  BOOL GetVersionExA(OSVERSIONINFOA* info) override {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault("GetVersionExA", "")) return static_cast<BOOL>(f->result);
+    if (!info || info->dwOSVersionInfoSize < sizeof(OSVERSIONINFOA)) {
+      c.lastError = ERROR_INSUFFICIENT_BUFFER;
+      return FALSE;
+    }
+    if (c.machine.versionError > 0) {
+      c.lastError = c.machine.versionError;
+      return FALSE;
+    }
+    info->dwMajorVersion = c.machine.majorVersion;
+    info->dwMinorVersion = c.machine.minorVersion;
+    info->dwBuildNumber = BuildNumber(c.machine.platformId, c.machine.majorVersion, c.machine.minorVersion);
+    if (c.machine.platformId == 1)
+      info->dwBuildNumber |= (c.machine.majorVersion & 0xFF) << 24 | (c.machine.minorVersion & 0xFF) << 16;
+    info->dwPlatformId = c.machine.platformId;
+    std::memset(info->szCSDVersion, 0, sizeof(info->szCSDVersion));
+    return TRUE;
+  }
+
+  UINT GetSystemDirectoryA(LPSTR buffer, UINT size) override {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault("GetSystemDirectoryA", "")) return static_cast<UINT>(f->result);
+    return CopyPathOut(c.machine.systemDir, buffer, size);
+  }
+
+  DWORD GetTempPathA(DWORD size, LPSTR buffer) override {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault("GetTempPathA", "")) return static_cast<DWORD>(f->result);
+    return CopyPathOut(c.machine.tempDir, buffer, size);
+  }
+
+  BOOL GetUserNameA(LPSTR buffer, LPDWORD size) override {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault("GetUserNameA", "")) return static_cast<BOOL>(f->result);
+    if (!c.machine.userName) {
+      c.lastError = kErrorNotLoggedOn;
+      return FALSE;
+    }
+    if (!size) {
+      c.lastError = ERROR_INVALID_PARAMETER;   // Windows faults here; refuse instead
+      return FALSE;
+    }
+    const std::string& name = *c.machine.userName;
+    DWORD needed = static_cast<DWORD>(name.size() + 1);
+    if (!buffer || *size < needed) {
+      *size = needed;
+      c.lastError = ERROR_INSUFFICIENT_BUFFER;
+      return FALSE;
+    }
+    CopyWithNul(buffer, name);
+    *size = needed;
+    return TRUE;
+  }
+
+  HANDLE GetCurrentProcess() override {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault("GetCurrentProcess", ""))
+      return reinterpret_cast<HANDLE>(static_cast<intptr_t>(f->result));
+    return kCurrentProcess;
+  }
+
+  BOOL OpenProcessToken(HANDLE process, DWORD access, PHANDLE token) override {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault("OpenProcessToken", "")) return static_cast<BOOL>(f->result);
+    if (process != kCurrentProcess || !token) {
+      c.lastError = ERROR_INVALID_HANDLE;
+      return FALSE;
+    }
+    uintptr_t handle = c.nextHandle++;
+    c.tokens[handle] = true;
+    *token = reinterpret_cast<HANDLE>(handle);
+    return TRUE;
+  }
+
+  BOOL GetUserProfileDirectoryA(HANDLE token, LPSTR dir, LPDWORD size) override {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault("GetUserProfileDirectoryA", "")) return static_cast<BOOL>(f->result);
+    if (!c.tokens.count(reinterpret_cast<uintptr_t>(token))) {
+      c.lastError = ERROR_INVALID_HANDLE;
+      return FALSE;
+    }
+    if (!size) {
+      c.lastError = ERROR_INVALID_PARAMETER;
+      return FALSE;
+    }
+    const std::string& profile = c.machine.profileDir;
+    DWORD needed = static_cast<DWORD>(profile.size() + 1);
+    if (!dir || *size < needed) {
+      *size = needed;
+      c.lastError = ERROR_INSUFFICIENT_BUFFER;
+      return FALSE;
+    }
+    CopyWithNul(dir, profile);
+    *size = needed;
+    return TRUE;
+  }
+
+  platform::Failure CreateNetworkObject() override {
+    Context& c = Current();
+    if (const Fault* f = c.TakeFault("CreateNetworkObject", "")) return StandardFailure(f->lastError);
+    if (!c.machine.computerName) return StandardFailure(429);
+    return {};
+  }
+
+  platform::Failure NetworkComputerName(std::string& name) override {
+    Context& c = Current();
+    if (const Fault* f = c.TakeFault("NetworkComputerName", "")) return StandardFailure(f->lastError);
+    if (!c.machine.computerName) return StandardFailure(91);
+    name = *c.machine.computerName;
+    return {};
+  }
+
+  std::string CommandLine() override {
+    Context& c = Current();
+    if (c.TakeFault("CommandLine", "")) return "";
+    return c.commandLine;
+  }
+
+  std::string AppPath() override {
+    Context& c = Current();
+    if (c.TakeFault("AppPath", "")) return "";
+    return c.CurrentDir();
+  }
+
+  // The client's ANSI code page is UTF-8; a byte that does not start a
+  // valid UTF-8 sequence stands for the code point of its value.
+  std::u16string AnsiToUtf16(const std::string& text) override {
+    Context& c = Current();
+    if (c.TakeFault("AnsiToUtf16", text)) return u"";
+    std::u16string out;
+    size_t i = 0;
+    while (i < text.size()) {
+      unsigned char b = static_cast<unsigned char>(text[i]);
+      size_t n = b < 0x80 ? 0 : (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2 : (b & 0xF8) == 0xF0 ? 3 : 99;
+      uint32_t cp = n == 0 ? b : n == 1 ? (b & 0x1Fu) : n == 2 ? (b & 0x0Fu) : (b & 0x07u);
+      if (n == 99) n = 0;
+      bool valid = (n > 0 || b < 0x80) && i + n < text.size();
+      for (size_t j = 1; valid && j <= n; ++j) {
+        unsigned char cont = static_cast<unsigned char>(text[i + j]);
+        if ((cont & 0xC0) != 0x80) valid = false;
+        else cp = cp << 6 | (cont & 0x3Fu);
+      }
+      static const uint32_t kMin[] = {0, 0x80, 0x800, 0x10000};
+      if (valid && (cp < kMin[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))) valid = false;
+      if (!valid) {
+        out += static_cast<char16_t>(b);
+        ++i;
+        continue;
+      }
+      if (cp >= 0x10000) {
+        cp -= 0x10000;
+        out += static_cast<char16_t>(0xD800 + (cp >> 10));
+        out += static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
+      } else {
+        out += static_cast<char16_t>(cp);
+      }
+      i += n + 1;
+    }
+    return out;
+  }
+};
+
+}  // namespace
+
+platform::System& SystemService() {
+  static SimSystem service;
+  return service;
+}
+
+}  // namespace sim

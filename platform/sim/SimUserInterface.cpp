@@ -1,0 +1,145 @@
+// The user interface of the simulated client: message boxes answered at
+// once, the progress window as a record, timers, and the event pump that
+// also notices a process that cannot end.
+#include "platform/sim/SimContext.h"
+#include "platform/sim/SimServices.h"
+
+#include <thread>
+
+namespace sim {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kIdOk = 1;
+HWND const kProgressWindow = reinterpret_cast<HWND>(static_cast<uintptr_t>(0x2001));
+
+// The wall-clock length of a timer's interval: timerIntervalMs for each
+// second of it.
+Clock::duration WallInterval(const Context& c, uint32_t intervalMs) {
+  auto ms = static_cast<int64_t>(c.machine.timerIntervalMs) * intervalMs / 1000;
+  return std::chrono::milliseconds(ms);
+}
+
+class SimUserInterface : public platform::UserInterface {
+ public:
+  int MessageBox(const std::string& text, const std::string& title, UINT style) override {
+    Context& c = Current();
+    if (const Fault* f = c.TakeFault("MessageBox", std::vector<std::string>{text, title}))
+      return static_cast<int>(f->result);
+    c.messageBoxes.push_back(nlohmann::json{{"title", title}, {"text", text}, {"style", style}});
+    return kIdOk;
+  }
+
+  void DoEvents() override {
+    Context& c = Current();
+    // Nothing but pumping since the last pump: the engine is in a wait loop.
+    bool waiting = c.boundaryCalls == c.callsAtLastPump;
+    if (c.TakeFault("DoEvents", "")) {
+      c.callsAtLastPump = c.boundaryCalls;
+      return;
+    }
+    bool happened = false;
+    std::vector<int> ids;
+    for (const auto& [id, timer] : c.timers) ids.push_back(id);
+    for (int id : ids) {
+      auto it = c.timers.find(id);
+      if (it == c.timers.end() || !it->second.enabled || Clock::now() < it->second.due) continue;
+      it->second.due = Clock::now() + WallInterval(c, it->second.intervalMs);
+      c.elapsedMs += it->second.intervalMs;
+      happened = true;
+      it->second.owner->OnTimer();
+    }
+    happened = PumpSocketEvents() || happened;
+    if (!happened && waiting) {
+      // Idle: give the core away until the next tick is due, briefly.
+      Clock::duration pause = std::chrono::milliseconds(2);
+      for (const auto& [id, timer] : c.timers)
+        if (timer.enabled) pause = std::min(pause, std::max(Clock::duration::zero(), timer.due - Clock::now()));
+      if (pause > Clock::duration::zero()) std::this_thread::sleep_for(pause);
+    }
+    c.CheckDeadline();
+    c.callsAtLastPump = c.boundaryCalls;
+  }
+
+  int CreateTimer(platform::TimerEvents* owner, DWORD intervalMs, bool enabled) override {
+    Context& c = Current();
+    if (const Fault* f = c.TakeFault("CreateTimer", "")) return static_cast<int>(f->result);
+    int id = c.nextTimer++;
+    SimTimer timer;
+    timer.owner = owner;
+    timer.intervalMs = intervalMs;
+    timer.enabled = enabled;
+    timer.due = Clock::now() + WallInterval(c, intervalMs);
+    c.timers[id] = timer;
+    return id;
+  }
+
+  void EnableTimer(int timer, bool enabled) override {
+    Context& c = Current();
+    if (c.TakeFault("EnableTimer", "")) return;
+    auto it = c.timers.find(timer);
+    if (it == c.timers.end()) return;
+    // Switching a timer on starts its interval afresh.
+    if (enabled && !it->second.enabled) it->second.due = Clock::now() + WallInterval(c, it->second.intervalMs);
+    it->second.enabled = enabled;
+  }
+
+  void DestroyTimer(int timer) override {
+    Context& c = Current();
+    if (c.TakeFault("DestroyTimer", "")) return;
+    c.timers.erase(timer);
+  }
+
+  HWND CreateProgressWindow() override {
+    Context& c = Current();
+    if (const Fault* f = c.TakeFault("CreateProgressWindow", ""))
+      return reinterpret_cast<HWND>(static_cast<intptr_t>(f->result));
+    c.progress.created = true;
+    return kProgressWindow;
+  }
+
+  void ShowProgressWindow() override {
+    Context& c = Current();
+    if (c.TakeFault("ShowProgressWindow", "")) return;
+    c.progress.shown = true;
+  }
+
+  void SetProgressLabel(const std::string& text) override {
+    Context& c = Current();
+    if (c.TakeFault("SetProgressLabel", text)) return;
+    c.progress.labels.push_back(text);
+  }
+
+  void SetProgressBar(int maximum, int value) override {
+    Context& c = Current();
+    if (c.TakeFault("SetProgressBar", "")) return;
+    c.progress.maximum = maximum;
+    c.progress.value = value;
+  }
+
+  void MoveProgressBar(int value) override {
+    Context& c = Current();
+    if (c.TakeFault("MoveProgressBar", "")) return;
+    ++c.progress.steps;
+    c.progress.value = value;
+  }
+
+  void RedrawProgressWindow() override { Current().TakeFault("RedrawProgressWindow", ""); }
+
+  void DestroyProgressWindow() override {
+    Context& c = Current();
+    if (c.TakeFault("DestroyProgressWindow", "")) return;
+    c.progress.created = false;
+  }
+};
+
+}  // namespace
+
+platform::UserInterface& UserInterfaceService() {
+  static SimUserInterface service;
+  return service;
+}
+
+}  // namespace sim

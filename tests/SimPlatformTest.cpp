@@ -1,0 +1,697 @@
+// The services of the simulated client, called through the platform
+// boundary as the engine calls them.
+#include "SimFixture.h"
+
+#include "engine/Runtime.h"
+#include "platform/sim/SimContext.h"
+
+#include <cstring>
+#include <thread>
+
+namespace {
+
+using platform::Failure;
+
+class SimPlatformTest : public SimFixture {
+ protected:
+  // GetPrivateProfileStringA into a buffer of size blanks, as the engine
+  // reads; the buffer, the count and the last error.
+  struct ProfileRead {
+    std::string buffer;
+    DWORD count;
+    DWORD lastError;
+  };
+  ProfileRead ReadProfile(const char* section, const char* key, const char* file, DWORD size = 100,
+                          const char* defaultValue = nullptr) {
+    ProfileRead r;
+    r.buffer.assign(size, ' ');
+    r.count = Sys().profile->GetPrivateProfileStringA(section, key, defaultValue, r.buffer.data(), size, file);
+    r.lastError = Sys().system->GetLastError();
+    return r;
+  }
+  // The value as the engine takes it: the text before the NUL.
+  static std::string Value(const ProfileRead& r) { return r.buffer.substr(0, r.buffer.find('\0')); }
+};
+
+// ---------------------------------------------------------------- profile
+
+TEST_F(SimPlatformTest, PrivateProfile_ReadsAsWindows_CaseBlindTrimmedUnquoted) {
+  WriteFile("C:\\Deploy\\a.ini",
+            "; a comment\r\n"
+            "[GENERAL]\r\n"
+            "  UseSMTP   =   TRUE  \r\n"
+            "Quoted=\"  in quotes  \"\r\n"
+            "Single='x'\r\n"
+            "Half=\"open\r\n"
+            ";Hidden=1\r\n"
+            "Dup=first\r\n"
+            "dup=second\r\n"
+            "NoEquals\r\n"
+            "Empty=\r\n"
+            "[general]\r\n"
+            "Later=1\r\n"
+            "[ACTIVE DIRECTORY]\r\n"
+            "DomainName=corp.example.com\n");
+  Install();
+  EXPECT_EQ(Value(ReadProfile("general", "usesmtp", "C:\\Deploy\\a.ini")), "TRUE");
+  EXPECT_EQ(Value(ReadProfile("GENERAL", "Quoted", "C:\\Deploy\\a.ini")), "  in quotes  ");
+  EXPECT_EQ(Value(ReadProfile("GENERAL", "Single", "C:\\Deploy\\a.ini")), "x");
+  EXPECT_EQ(Value(ReadProfile("GENERAL", "Half", "C:\\Deploy\\a.ini")), "\"open");
+  EXPECT_EQ(Value(ReadProfile("GENERAL", ";Hidden", "C:\\Deploy\\a.ini")), "");
+  EXPECT_EQ(Value(ReadProfile("GENERAL", "DUP", "C:\\Deploy\\a.ini")), "first");
+  EXPECT_EQ(Value(ReadProfile("GENERAL", "NoEquals", "C:\\Deploy\\a.ini", 100, "dflt")), "dflt");
+  EXPECT_EQ(Value(ReadProfile("GENERAL", "Empty", "C:\\Deploy\\a.ini", 100, "dflt")), "");
+  // The first of two sections of one name wins: its keys only.
+  EXPECT_EQ(Value(ReadProfile("GENERAL", "Later", "C:\\Deploy\\a.ini", 100, "none")), "none");
+  EXPECT_EQ(Value(ReadProfile(" ACTIVE DIRECTORY ", " DomainName ", "c:\\DEPLOY\\A.INI")), "corp.example.com");
+  ProfileRead r = ReadProfile("GENERAL", "UseSMTP", "C:\\Deploy\\a.ini");
+  EXPECT_EQ(r.count, 4u);
+  EXPECT_EQ(r.lastError, 0u);
+  // The value and its NUL; the blanks behind stay as they were.
+  EXPECT_EQ(r.buffer, std::string("TRUE") + '\0' + std::string(95, ' '));
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_ValueLongerThanBuffer_IsCutToSizeMinusOne) {
+  WriteFile("C:\\Deploy\\a.ini", "[S]\r\nK=" + std::string(1200, 'm') + "\r\n");
+  Install();
+  ProfileRead r = ReadProfile("S", "K", "C:\\Deploy\\a.ini", 1000);
+  EXPECT_EQ(r.count, 999u);
+  EXPECT_EQ(Value(r), std::string(999, 'm'));
+  EXPECT_EQ(r.buffer[999], '\0');
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_MissingFile_LeavesLastError2AndGivesDefault) {
+  Install();
+  ProfileRead r = ReadProfile("S", "K", "C:\\Deploy\\none.ini", 100, "fallback  ");
+  EXPECT_EQ(r.lastError, 2u);
+  EXPECT_EQ(Value(r), "fallback");
+  EXPECT_EQ(r.count, 8u);
+  ProfileRead nothing = ReadProfile("S", "K", "C:\\Nowhere\\none.ini");
+  EXPECT_EQ(nothing.lastError, 2u);
+  EXPECT_EQ(Value(nothing), "");
+  EXPECT_EQ(nothing.count, 0u);
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_MissingSectionOrKey_LeavesLastError0) {
+  WriteFile("C:\\Deploy\\a.ini", "[S]\r\nK=v\r\n");
+  Install();
+  ProfileRead section = ReadProfile("T", "K", "C:\\Deploy\\a.ini");
+  EXPECT_EQ(section.lastError, 0u);
+  EXPECT_EQ(section.count, 0u);
+  EXPECT_EQ(section.buffer[0], '\0');
+  ProfileRead key = ReadProfile("S", "L", "C:\\Deploy\\a.ini");
+  EXPECT_EQ(key.lastError, 0u);
+  EXPECT_EQ(Value(key), "");
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_NameWithoutPath_IsTakenInWindowsDir) {
+  machine["windowsDir"] = "C:\\WINNT";
+  WriteFile("C:\\WINNT\\bare.ini", "[S]\r\nK=windows folder\r\n");
+  WriteFile("C:\\WINNT\\sub\\rel.ini", "[S]\r\nK=below it\r\n");
+  WriteFile("C:\\Deploy\\bare.ini", "[S]\r\nK=beside the executable\r\n");
+  Install();
+  EXPECT_EQ(Value(ReadProfile("S", "K", "bare.ini")), "windows folder");
+  EXPECT_EQ(Value(ReadProfile("S", "K", "sub\\rel.ini")), "below it");
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_NullKeyOrSection_ListsNames) {
+  WriteFile("C:\\Deploy\\a.ini", "[One]\r\nA=1\r\nB=2\r\n[Two]\r\n");
+  Install();
+  ProfileRead keys = ReadProfile("one", nullptr, "C:\\Deploy\\a.ini", 10);
+  EXPECT_EQ(keys.count, 4u);
+  EXPECT_EQ(keys.buffer.substr(0, 5), std::string("A\0B\0\0", 5));
+  ProfileRead sections = ReadProfile(nullptr, nullptr, "C:\\Deploy\\a.ini", 10);
+  EXPECT_EQ(sections.count, 8u);
+  EXPECT_EQ(sections.buffer.substr(0, 9), std::string("One\0Two\0\0", 9));
+  // Too small: cut, double NUL, size - 2.
+  ProfileRead cut = ReadProfile(nullptr, nullptr, "C:\\Deploy\\a.ini", 6);
+  EXPECT_EQ(cut.count, 4u);
+  EXPECT_EQ(cut.buffer, std::string("One\0\0\0", 6));
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_Utf16File_IsReadAsText) {
+  std::string bytes = "\xFF\xFE";
+  for (char c : std::string("[S]\r\nK=v\xC3\xA9\r\n")) {
+    if (static_cast<unsigned char>(c) == 0xC3) continue;
+    bytes += static_cast<char>(static_cast<unsigned char>(c) == 0xA9 ? 0xE9 : c);
+    bytes += '\0';
+  }
+  WriteFile("C:\\Deploy\\u.ini", bytes);
+  Install();
+  EXPECT_EQ(Value(ReadProfile("S", "K", "C:\\Deploy\\u.ini")), "v\xC3\xA9");
+}
+
+TEST_F(SimPlatformTest, ProfileString_ReadsAndWritesWinIni) {
+  machine["winIni"] = {{"Windows", {{"device", "laser,winspool,Ne00:"}}}};
+  Install();
+  std::string buffer(100, ' ');
+  DWORD n = Sys().profile->GetProfileStringA("windows", "DEVICE", "", buffer.data(), 100);
+  EXPECT_EQ(n, 20u);
+  EXPECT_EQ(buffer.substr(0, 21), std::string("laser,winspool,Ne00:\0", 21));
+  EXPECT_EQ(Sys().system->GetLastError(), 0u);
+
+  EXPECT_EQ(Sys().profile->WriteProfileStringA("Windows", "device", "\\\\NEW\\laser,winspool,Ne01:"), TRUE);
+  EXPECT_EQ(Sys().profile->WriteProfileStringA("PrinterPorts", "\\\\NEW\\laser", "winspool,Ne01:,15,45"), TRUE);
+  client->Save();
+  sim::Machine saved = sim::LoadMachine(dir);
+  ASSERT_EQ(saved.winIni.size(), 2u);
+  EXPECT_EQ(saved.winIni[0].second[0].second, "\\\\NEW\\laser,winspool,Ne01:");
+  EXPECT_EQ(saved.winIni[1].first, "PrinterPorts");
+  EXPECT_EQ(saved.winIni[1].second[0],
+            (std::pair<std::string, std::string>{"\\\\NEW\\laser", "winspool,Ne01:,15,45"}));
+  // The default printer of NT 4 follows the device key.
+  EXPECT_EQ(sim::Current().machine.winIni[0].second.size(), 1u);
+  EXPECT_EQ(Sys().profile->WriteProfileStringA("Windows", "device", nullptr), TRUE);
+  n = Sys().profile->GetProfileStringA("Windows", "device", "none", buffer.data(), 100);
+  EXPECT_EQ(buffer.substr(0, n), "none");
+}
+
+TEST_F(SimPlatformTest, CurrentDefault_FollowsEachGeneration) {
+  machine["printers"] = {{{"name", "A"}, {"attributes", 0}}, {{"name", "B"}, {"attributes", 4}}};
+  machine["defaultPrinter"] = "A";
+  machine["winIni"] = {{"Windows", {{"device", "C,winspool,LPT1:"}}}};
+  Install();
+  sim::Context& c = sim::Current();
+  EXPECT_EQ(c.CurrentDefault(), std::optional<std::string>("A"));
+  c.machine.platformId = 1;
+  EXPECT_EQ(c.CurrentDefault(), std::optional<std::string>("B"));
+  c.machine.platformId = 2;
+  c.machine.majorVersion = 4;
+  EXPECT_EQ(c.CurrentDefault(), std::optional<std::string>("C"));
+  c.machine.winIni.clear();
+  EXPECT_EQ(c.CurrentDefault(), std::nullopt);
+}
+
+// ---------------------------------------------------------------- drives
+
+TEST_F(SimPlatformTest, Files_PathsResolveCaseBlindOnTheDrives) {
+  WriteFile("C:\\Deploy\\Config\\A.ini", "one");
+  WriteFile("\\\\SRV\\Share\\Drivers\\x.inf", "two");
+  Install();
+  std::string content;
+  EXPECT_FALSE(Sys().files->ReadText("c:\\deploy\\CONFIG\\a.INI", content).failed());
+  EXPECT_EQ(content, "one");
+  EXPECT_FALSE(Sys().files->ReadText("\\\\srv\\SHARE\\drivers\\X.INF", content).failed());
+  EXPECT_EQ(content, "two");
+  EXPECT_FALSE(Sys().files->ReadText("C:/Deploy/./Other/../Config/A.ini", content).failed());
+  EXPECT_EQ(content, "one");
+  // A relative name is taken from the executable's folder.
+  EXPECT_FALSE(Sys().files->ReadText("Config\\A.ini", content).failed());
+  EXPECT_EQ(content, "one");
+  EXPECT_EQ(dir / "files" / "C" / "Deploy" / "Config" / "A.ini", sim::Current().HostPath("C:\\DEPLOY\\config\\a.ini"));
+}
+
+TEST_F(SimPlatformTest, Files_ReadFailures_GiveTheRunTimeErrors) {
+  WriteFile("C:\\Deploy\\a.ini", "x");
+  Install();
+  std::string content;
+  Failure missing = Sys().files->ReadText("C:\\Deploy\\b.ini", content);
+  EXPECT_EQ(missing.Number, 53);
+  EXPECT_EQ(missing.Description, "File not found");
+  Failure noFolder = Sys().files->ReadText("C:\\Nowhere\\b.ini", content);
+  EXPECT_EQ(noFolder.Number, 76);
+  EXPECT_EQ(noFolder.Description, "Path not found");
+  Failure folder = Sys().files->ReadText("C:\\Deploy", content);
+  EXPECT_EQ(folder.Number, 75);
+  EXPECT_EQ(folder.Description, "Path/File access error");
+  Failure badName = Sys().files->ReadText("C:\\Deploy\\a?.ini", content);
+  EXPECT_EQ(badName.Number, 52);
+  EXPECT_EQ(badName.Description, "Bad file name or number");
+  Failure noShare = Sys().files->ReadText("\\\\NOSRV\\share\\a.ini", content);
+  EXPECT_EQ(noShare.Number, 76);
+  Failure noDrive = Sys().files->ReadText("Q:\\a.ini", content);
+  EXPECT_EQ(noDrive.Number, 76);
+  EXPECT_EQ(noDrive.Description, "Path not found");
+}
+
+TEST_F(SimPlatformTest, Files_AppendText_CreatesAndAddsAndIsRecorded) {
+  WriteFile("C:\\Deploy\\Log.txt", "old\r\n");
+  Install();
+  EXPECT_FALSE(Sys().files->AppendText("C:\\deploy\\log.TXT", "new\r\n").failed());
+  EXPECT_FALSE(Sys().files->AppendText("C:\\Deploy\\fresh.txt", "a").failed());
+  EXPECT_FALSE(Sys().files->AppendText("C:\\Deploy\\fresh.txt", "b").failed());
+  EXPECT_EQ(ReadFile("C:\\Deploy\\Log.txt"), "old\r\nnew\r\n");
+  EXPECT_EQ(ReadFile("C:\\Deploy\\fresh.txt"), "ab");
+  Failure noFolder = Sys().files->AppendText("C:\\Nowhere\\x.txt", "a");
+  EXPECT_EQ(noFolder.Number, 76);
+  Failure folder = Sys().files->AppendText("C:\\Deploy\\", "a");
+  EXPECT_EQ(folder.Number, 75);
+  EXPECT_EQ(Transcript()["filesWritten"], (nlohmann::json{"C:\\Deploy\\Log.txt", "C:\\Deploy\\fresh.txt"}));
+}
+
+TEST_F(SimPlatformTest, Files_ReplaceText_ReplacesWholeAndLeavesNoTemporary) {
+  WriteFile("C:\\Users\\jdoe\\status.log", "a long old content\r\n");
+  Install();
+  EXPECT_FALSE(Sys().files->ReplaceText("C:\\Users\\jdoe\\status.log", "new\r\n").failed());
+  EXPECT_EQ(ReadFile("C:\\Users\\jdoe\\status.log"), "new\r\n");
+  int entries = 0;
+  for (const auto& e : std::filesystem::directory_iterator(dir / "files" / "C" / "Users" / "jdoe"))
+    entries += e.is_regular_file() ? 1 : 0;
+  EXPECT_EQ(entries, 1);
+}
+
+TEST_F(SimPlatformTest, Files_WriteBinary_DoesNotTruncate) {
+  WriteFile("C:\\Deploy\\PC042.debug", "0123456789");
+  Install();
+  EXPECT_FALSE(Sys().files->WriteBinary("C:\\Deploy\\PC042.debug", {'a', 'b', 'c'}).failed());
+  EXPECT_EQ(ReadFile("C:\\Deploy\\PC042.debug"), "abc3456789");
+  EXPECT_FALSE(Sys().files->WriteBinary("C:\\Deploy\\new.debug", {0, 1}).failed());
+  EXPECT_EQ(ReadFile("C:\\Deploy\\new.debug"), std::string("\0\1", 2));
+}
+
+TEST_F(SimPlatformTest, Files_FileCopy_CopiesAndReplaces) {
+  WriteFile("\\\\SRV\\drivers\\hp.dll", "driver");
+  WriteFile("C:\\Windows\\system32\\hp.dll", "older driver, longer");
+  Install();
+  EXPECT_FALSE(Sys().files->FileCopy("\\\\srv\\drivers\\HP.DLL", "C:\\Windows\\system32\\hp.dll").failed());
+  EXPECT_EQ(ReadFile("C:\\Windows\\system32\\hp.dll"), "driver");
+  EXPECT_EQ(Sys().files->FileCopy("\\\\SRV\\drivers\\none.dll", "C:\\Windows\\system32\\none.dll").Number, 53);
+  EXPECT_EQ(Sys().files->FileCopy("\\\\SRV\\drivers\\hp.dll", "C:\\No\\hp.dll").Number, 76);
+  EXPECT_EQ(Transcript()["filesWritten"], (nlohmann::json{"C:\\Windows\\system32\\hp.dll"}));
+}
+
+TEST_F(SimPlatformTest, Files_ReadOnlyPaths_RefuseWritesWithPermissionDenied) {
+  machine["readOnly"] = {"c:\\deploy", "C:\\Users\\jdoe\\locked.txt"};
+  WriteFile("C:\\Deploy\\a.ini", "x");
+  WriteFile("C:\\Users\\jdoe\\locked.txt", "kept");
+  WriteFile("C:\\Users\\jdoe\\free.txt", "");
+  Install();
+  for (const Failure& f : {Sys().files->AppendText("C:\\Deploy\\report.txt", "x"),
+                           Sys().files->ReplaceText("C:\\Deploy\\a.ini", "y"),
+                           Sys().files->WriteBinary("C:\\DEPLOY\\Sub\\PC042.debug", {1}),
+                           Sys().files->FileCopy("C:\\Deploy\\a.ini", "C:\\Users\\jdoe\\locked.txt"),
+                           Sys().files->AppendText("C:\\Users\\jdoe\\locked.txt", "x")}) {
+    EXPECT_EQ(f.Number, 70);
+    EXPECT_EQ(f.Description, "Permission denied");
+  }
+  EXPECT_FALSE(Sys().files->AppendText("C:\\Users\\jdoe\\free.txt", "ok").failed());
+  EXPECT_FALSE(Sys().files->FileCopy("C:\\Deploy\\a.ini", "C:\\Users\\jdoe\\copy.ini").failed());
+  EXPECT_EQ(ReadFile("C:\\Deploy\\a.ini"), "x");
+  EXPECT_EQ(ReadFile("C:\\Users\\jdoe\\locked.txt"), "kept");
+  EXPECT_FALSE(FileExists("C:\\Deploy\\report.txt"));
+  std::string content;
+  EXPECT_FALSE(Sys().files->ReadText("C:\\Deploy\\a.ini", content).failed());
+  EXPECT_EQ(Transcript()["filesWritten"], (nlohmann::json{"C:\\Users\\jdoe\\free.txt", "C:\\Users\\jdoe\\copy.ini"}));
+}
+
+TEST_F(SimPlatformTest, Files_FirstFile_GivesFirstMatchInNameOrder) {
+  WriteFile("C:\\Deploy\\zeta.ini", "");
+  WriteFile("C:\\Deploy\\Beta.INI", "");
+  WriteFile("C:\\Deploy\\alpha.txt", "");
+  WriteFile("C:\\Deploy\\sub.ini\\inner.txt", "");
+  Install();
+  EXPECT_EQ(Sys().files->FirstFile("C:\\Deploy\\*.ini"), "Beta.INI");
+  EXPECT_EQ(Sys().files->FirstFile("c:\\DEPLOY\\*.txt"), "alpha.txt");
+  EXPECT_EQ(Sys().files->FirstFile("C:\\Deploy\\*.*"), "alpha.txt");
+  EXPECT_EQ(Sys().files->FirstFile("C:\\Deploy\\z?ta.ini"), "zeta.ini");
+  EXPECT_EQ(Sys().files->FirstFile("C:\\Deploy\\*.cfg"), "");
+  EXPECT_EQ(Sys().files->FirstFile("C:\\Missing\\*.ini"), "");
+  // The executable in a drive's root: a doubled backslash is taken as one.
+  WriteFile("C:\\root.ini", "");
+  EXPECT_EQ(Sys().files->FirstFile("C:\\\\*.ini"), "root.ini");
+}
+
+TEST_F(SimPlatformTest, Files_FaultOnAFileCall_GivesItsFailure) {
+  machine["faults"] = {{{"call", "AppendText"}, {"match", "C:\\Deploy\\out.txt"}, {"lastError", 57}, {"times", 1}}};
+  Install();
+  Failure first = Sys().files->AppendText("c:\\deploy\\OUT.txt", "a");
+  EXPECT_EQ(first.Number, 57);
+  EXPECT_EQ(first.Description, "Device I/O error");
+  EXPECT_FALSE(FileExists("C:\\Deploy\\out.txt"));
+  EXPECT_FALSE(Sys().files->AppendText("C:\\Deploy\\out.txt", "b").failed());
+  EXPECT_EQ(ReadFile("C:\\Deploy\\out.txt"), "b");
+}
+
+// ---------------------------------------------------------------- registry
+
+TEST_F(SimPlatformTest, Registry_OpenQueryWithSizing) {
+  machine["registry"] = {{"HKEY_LOCAL_MACHINE\\SYSTEM\\Source", {{"EventMessageFile", "C:\\x.dll"},
+                                                                  {"TypesSupported", {{"type", 4}, {"data", 7}}}}}};
+  Install();
+  HKEY key = nullptr;
+  EXPECT_EQ(Sys().registry->RegOpenKeyA(HKEY_LOCAL_MACHINE, "system\\SOURCE", &key), ERROR_SUCCESS);
+  DWORD type = 0, size = 0;
+  EXPECT_EQ(Sys().registry->RegQueryValueExA(key, "eventmessagefile", nullptr, &type, nullptr, &size), ERROR_SUCCESS);
+  EXPECT_EQ(type, 1u);
+  EXPECT_EQ(size, 9u);
+  std::string small(4, '#');
+  DWORD smallSize = 4;
+  EXPECT_EQ(Sys().registry->RegQueryValueExA(key, "EventMessageFile", nullptr, &type,
+                                             reinterpret_cast<LPBYTE>(small.data()), &smallSize), ERROR_MORE_DATA);
+  EXPECT_EQ(smallSize, 9u);
+  std::string value(20, '#');
+  size = 20;
+  EXPECT_EQ(Sys().registry->RegQueryValueExA(key, "EventMessageFile", nullptr, &type,
+                                             reinterpret_cast<LPBYTE>(value.data()), &size), ERROR_SUCCESS);
+  EXPECT_EQ(size, 9u);
+  EXPECT_EQ(value.substr(0, 10), std::string("C:\\x.dll\0#", 10));
+  DWORD number = 0;
+  size = 4;
+  EXPECT_EQ(Sys().registry->RegQueryValueExA(key, "TypesSupported", nullptr, &type,
+                                             reinterpret_cast<LPBYTE>(&number), &size), ERROR_SUCCESS);
+  EXPECT_EQ(type, 4u);
+  EXPECT_EQ(number, 7u);
+  EXPECT_EQ(Sys().registry->RegQueryValueExA(key, "Missing", nullptr, &type, nullptr, &size), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(Sys().registry->RegCloseKey(key), ERROR_SUCCESS);
+  EXPECT_EQ(Sys().registry->RegCloseKey(key), ERROR_INVALID_HANDLE);
+
+  HKEY missing = nullptr;
+  EXPECT_EQ(Sys().registry->RegOpenKeyA(HKEY_LOCAL_MACHINE, "SYSTEM\\Nothing", &missing), ERROR_FILE_NOT_FOUND);
+  // A key above a listed key exists.
+  HKEY parent = nullptr;
+  EXPECT_EQ(Sys().registry->RegOpenKeyA(HKEY_LOCAL_MACHINE, "SYSTEM", &parent), ERROR_SUCCESS);
+  EXPECT_EQ(Sys().system->GetLastError(), 0u);
+}
+
+TEST_F(SimPlatformTest, Registry_CreateAndSet_AreSavedWithTheMachine) {
+  Install();
+  HKEY key = nullptr;
+  ASSERT_EQ(Sys().registry->RegCreateKeyA(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\Zandolin", &key),
+            ERROR_SUCCESS);
+  const char file[] = "C:\\Windows\\system32\\msg.dll";
+  EXPECT_EQ(Sys().registry->RegSetValueExA(key, "EventMessageFile", 0, REG_EXPAND_SZ,
+                                           reinterpret_cast<const BYTE*>(file), sizeof file), ERROR_SUCCESS);
+  DWORD types = 7;
+  EXPECT_EQ(Sys().registry->RegSetValueExA(key, "TypesSupported", 0, REG_DWORD,
+                                           reinterpret_cast<const BYTE*>(&types), 4), ERROR_SUCCESS);
+  EXPECT_EQ(Sys().registry->RegCloseKey(key), ERROR_SUCCESS);
+  client->Save();
+  sim::Machine saved = sim::LoadMachine(dir);
+  ASSERT_EQ(saved.registry.size(), 1u);
+  EXPECT_EQ(saved.registry[0].first,
+            "HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\Zandolin");
+  EXPECT_EQ(saved.registry[0].second[0].second.type, 2u);
+  EXPECT_EQ(std::string(saved.registry[0].second[0].second.data.begin(), saved.registry[0].second[0].second.data.end()),
+            std::string(file, sizeof file));
+  EXPECT_EQ(saved.registry[0].second[1].second.data, (std::vector<uint8_t>{7, 0, 0, 0}));
+}
+
+TEST_F(SimPlatformTest, Settings_LiveBelowTheSettingsRoot) {
+  machine["registry"] = {{"HKEY_CURRENT_USER\\Software\\Zandolin Engine\\Zandolin\\C:\\Deploy\\a.ini\\jdoe",
+                          {{"SUCCESS", "True"}}}};
+  Install();
+  EXPECT_EQ(Sys().registry->GetSetting("Zandolin", "C:\\Deploy\\a.ini\\jdoe", "success", "False"), "True");
+  EXPECT_EQ(Sys().registry->GetSetting("Zandolin", "C:\\Deploy\\b.ini\\jdoe", "SUCCESS", "False"), "False");
+  EXPECT_FALSE(Sys().registry->SaveSetting("Zandolin", "C:\\Deploy\\b.ini\\jdoe", "SUCCESS", "False").failed());
+  EXPECT_EQ(Sys().registry->GetSetting("Zandolin", "c:\\deploy\\B.INI\\jdoe", "SUCCESS", "x"), "False");
+  HKEY key = nullptr;
+  ASSERT_EQ(Sys().registry->RegOpenKeyA(HKEY_CURRENT_USER, "Software\\Zandolin Engine\\Zandolin\\C:\\Deploy\\b.ini\\jdoe", &key),
+            ERROR_SUCCESS);
+  DWORD type = 0, size = 0;
+  EXPECT_EQ(Sys().registry->RegQueryValueExA(key, "SUCCESS", nullptr, &type, nullptr, &size), ERROR_SUCCESS);
+  EXPECT_EQ(type, 1u);
+  EXPECT_EQ(size, 6u);   // "False" and its NUL
+}
+
+// ---------------------------------------------------------------- event log
+
+TEST_F(SimPlatformTest, EventLog_ReportEvent_AppendsToLogAndTranscript) {
+  machine["eventLog"] = {{{"source", "Old"}, {"type", 1}, {"category", 0}, {"id", 1}, {"strings", {"before"}}, {"data", ""}}};
+  Install();
+  HANDLE source = Sys().eventLog->RegisterEventSourceA(nullptr, "Zandolin");
+  ASSERT_NE(source, nullptr);
+  LPCSTR strings[] = {"line one\r\nline two"};
+  const char data[] = "raw";
+  EXPECT_EQ(Sys().eventLog->ReportEventA(source, EVENTLOG_INFORMATION_TYPE, 0, 20001, nullptr, 1, 3, strings,
+                                         const_cast<char*>(data)), TRUE);
+  EXPECT_EQ(Sys().eventLog->DeregisterEventSource(source), TRUE);
+  EXPECT_EQ(Sys().eventLog->DeregisterEventSource(source), FALSE);
+  EXPECT_EQ(Sys().system->GetLastError(), 6u);
+  EXPECT_EQ(Transcript()["eventLogWritten"],
+            (nlohmann::json{{{"source", "Zandolin"}, {"type", 4}, {"category", 0}, {"id", 20001},
+                             {"strings", {"line one\r\nline two"}}, {"data", "raw"}}}));
+  client->Save();
+  sim::Machine saved = sim::LoadMachine(dir);
+  ASSERT_EQ(saved.eventLog.size(), 2u);
+  EXPECT_EQ(saved.eventLog[0].source, "Old");
+  EXPECT_EQ(saved.eventLog[1].id, 20001u);
+  EXPECT_EQ(saved.eventLog[1].strings[0], "line one\r\nline two");
+}
+
+// ---------------------------------------------------------------- system
+
+TEST_F(SimPlatformTest, System_GetVersionEx_GivesTheMachinesVersion) {
+  machine["os"] = {{"platformId", 2}, {"majorVersion", 4}, {"minorVersion", 0}};
+  Install();
+  OSVERSIONINFOA info{};
+  info.dwOSVersionInfoSize = 148;
+  EXPECT_EQ(Sys().system->GetVersionExA(&info), TRUE);
+  EXPECT_EQ(Sys().system->GetLastError(), 0u);
+  EXPECT_EQ(info.dwPlatformId, 2u);
+  EXPECT_EQ(info.dwMajorVersion, 4u);
+  EXPECT_EQ(info.dwMinorVersion, 0u);
+  EXPECT_EQ(info.dwBuildNumber, 1381u);
+  OSVERSIONINFOA wrongSize{};
+  wrongSize.dwOSVersionInfoSize = 10;
+  EXPECT_EQ(Sys().system->GetVersionExA(&wrongSize), FALSE);
+  EXPECT_EQ(Sys().system->GetLastError(), 122u);
+}
+
+TEST_F(SimPlatformTest, System_VersionError_IsTheLastError) {
+  machine["os"] = {{"versionError", 1150}};
+  Install();
+  OSVERSIONINFOA info{};
+  info.dwOSVersionInfoSize = 148;
+  EXPECT_EQ(Sys().system->GetVersionExA(&info), FALSE);
+  EXPECT_EQ(Sys().system->GetLastError(), 1150u);
+}
+
+TEST_F(SimPlatformTest, System_FoldersAndUser) {
+  machine["systemDir"] = "C:\\WINNT\\system32";
+  Install();
+  std::string buffer(100, '\0');
+  EXPECT_EQ(Sys().system->GetSystemDirectoryA(buffer.data(), 100), 17u);
+  EXPECT_EQ(buffer.c_str(), std::string("C:\\WINNT\\system32"));
+  EXPECT_EQ(Sys().system->GetSystemDirectoryA(buffer.data(), 5), 18u);   // too small: the size needed
+  std::string temp(100, '\0');
+  EXPECT_EQ(Sys().system->GetTempPathA(100, temp.data()), 33u);
+  EXPECT_EQ(temp.c_str(), std::string("C:\\Users\\jdoe\\AppData\\Local\\Temp\\"));
+  std::string user(100, '\0');
+  DWORD size = 100;
+  EXPECT_EQ(Sys().system->GetUserNameA(user.data(), &size), TRUE);
+  EXPECT_EQ(user.c_str(), std::string("jdoe"));
+  EXPECT_EQ(size, 5u);
+  HANDLE token = nullptr;
+  EXPECT_EQ(Sys().system->OpenProcessToken(Sys().system->GetCurrentProcess(), TOKEN_QUERY, &token), TRUE);
+  std::string profile(255, '\0');
+  DWORD profileSize = 255;
+  EXPECT_EQ(Sys().system->GetUserProfileDirectoryA(token, profile.data(), &profileSize), TRUE);
+  EXPECT_EQ(profile.c_str(), std::string("C:\\Users\\jdoe"));
+  EXPECT_EQ(profileSize, 14u);
+}
+
+TEST_F(SimPlatformTest, System_NoUser_GetUserNameFailsAndLeavesBuffer) {
+  machine["userName"] = nullptr;
+  Install();
+  std::string user(100, '\0');
+  DWORD size = 100;
+  EXPECT_EQ(Sys().system->GetUserNameA(user.data(), &size), FALSE);
+  EXPECT_EQ(user, std::string(100, '\0'));
+  EXPECT_EQ(Sys().system->GetLastError(), 1245u);
+}
+
+TEST_F(SimPlatformTest, System_ComputerName_AndItsAbsence) {
+  Install();
+  EXPECT_FALSE(Sys().system->CreateNetworkObject().failed());
+  std::string name;
+  EXPECT_FALSE(Sys().system->NetworkComputerName(name).failed());
+  EXPECT_EQ(name, "PC042");
+  EXPECT_EQ(Sys().sockets->LocalHostName(), "PC042");
+
+  machine["computerName"] = nullptr;
+  Install();
+  Failure f = Sys().system->CreateNetworkObject();
+  EXPECT_EQ(f.Number, 429);
+  EXPECT_EQ(f.Description, "ActiveX component can't create object");
+}
+
+TEST_F(SimPlatformTest, System_AppPath_KeepsTheBackslashOfADriveRoot) {
+  Install();
+  EXPECT_EQ(Sys().system->AppPath(), "C:\\Deploy");
+  machine["exePath"] = "C:\\ZandolinEngine.exe";
+  Install();
+  EXPECT_EQ(Sys().system->AppPath(), "C:\\");
+}
+
+TEST_F(SimPlatformTest, System_AnsiToUtf16_TakesUtf8AndKeepsStrayBytes) {
+  Install();
+  EXPECT_EQ(Sys().system->AnsiToUtf16("A\xC3\xA9\xE2\x82\xAC"), u"A\u00E9\u20AC");
+  EXPECT_EQ(Sys().system->AnsiToUtf16("\xF0\x9F\x98\x80"), u"\U0001F600");
+  EXPECT_EQ(Sys().system->AnsiToUtf16("x\xE9y\xC3"), u"x\u00E9y\u00C3");
+}
+
+// ---------------------------------------------------------------- clock
+
+TEST_F(SimPlatformTest, Clock_GeneralDateText_IsUsEnglish) {
+  machine["clock"] = "2026-11-21T14:05:09";
+  Install();
+  platform::LocalTime now = Sys().clock->Now();
+  EXPECT_EQ(Sys().clock->GeneralDateText(now), "11/21/2026 2:05:09 PM");
+  EXPECT_EQ(Sys().clock->GeneralDateText({2026, 1, 2, 0, 0, 0}), "1/2/2026 12:00:00 AM");
+  EXPECT_EQ(Sys().clock->GeneralDateText({2026, 12, 31, 12, 30, 5}), "12/31/2026 12:30:05 PM");
+}
+
+TEST_F(SimPlatformTest, Clock_SleepAdvancesWithoutWaiting) {
+  machine["clock"] = "2026-12-31T23:59:58";
+  Install();
+  auto start = std::chrono::steady_clock::now();
+  Sys().clock->Sleep(1500);
+  Sys().clock->Sleep(600);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+  EXPECT_EQ(Sys().clock->GeneralDateText(Sys().clock->Now()), "1/1/2027 12:00:00 AM");
+}
+
+// ---------------------------------------------------------------- user interface
+
+struct TickCounter : platform::TimerEvents {
+  int ticks = 0;
+  void OnTimer() override { ++ticks; }
+};
+
+TEST_F(SimPlatformTest, Timer_TicksInsideDoEvents_AndAdvancesTheClock) {
+  machine["clock"] = "2026-11-21T14:05:09";
+  machine["timerIntervalMs"] = 0;
+  Install();
+  TickCounter counter;
+  int timer = Sys().ui->CreateTimer(&counter, 1000, true);
+  EXPECT_EQ(counter.ticks, 0);
+  Sys().ui->DoEvents();
+  Sys().ui->DoEvents();
+  Sys().ui->DoEvents();
+  EXPECT_EQ(counter.ticks, 3);
+  EXPECT_EQ(Sys().clock->GeneralDateText(Sys().clock->Now()), "11/21/2026 2:05:12 PM");
+  Sys().ui->EnableTimer(timer, false);
+  Sys().ui->DoEvents();
+  EXPECT_EQ(counter.ticks, 3);
+  Sys().ui->DestroyTimer(timer);
+}
+
+TEST_F(SimPlatformTest, Timer_TickLastsTimerIntervalOfWallClock) {
+  machine["timerIntervalMs"] = 30;
+  Install();
+  TickCounter counter;
+  Sys().ui->CreateTimer(&counter, 1000, true);
+  Sys().ui->DoEvents();
+  EXPECT_EQ(counter.ticks, 0);
+  auto start = std::chrono::steady_clock::now();
+  while (counter.ticks == 0) Sys().ui->DoEvents();
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(20));
+}
+
+TEST_F(SimPlatformTest, DoEvents_PastTheLimitWithAFormLoaded_IsStuck) {
+  Install();
+  int form = 0;
+  FormLoaded(&form);
+  sim::Current().deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+  std::string why;
+  try {
+    for (;;) Sys().ui->DoEvents();
+  } catch (const sim::StuckError& stuck) {
+    why = stuck.why;
+  }
+  FormUnloaded(&form);
+  EXPECT_EQ(why, "forms still loaded: 1");
+}
+
+TEST_F(SimPlatformTest, MessageBoxAndProgress_AreRecorded) {
+  Install();
+  EXPECT_EQ(Sys().ui->MessageBox("Unable to find INI file.", "Error", MB_OK | MB_ICONERROR), 1);
+  HWND window = Sys().ui->CreateProgressWindow();
+  EXPECT_NE(window, nullptr);
+  Sys().ui->SetProgressBar(100, 1);
+  Sys().ui->ShowProgressWindow();
+  Sys().ui->SetProgressLabel("Zandolin starting ...");
+  Sys().ui->MoveProgressBar(2);
+  Sys().ui->SetProgressLabel("Zandolin starting ...");
+  Sys().ui->MoveProgressBar(3);
+  Sys().ui->SetProgressBar(100, 100);
+  Sys().ui->DestroyProgressWindow();
+  nlohmann::json t = Transcript();
+  EXPECT_EQ(t["messageBoxes"],
+            (nlohmann::json{{{"title", "Error"}, {"text", "Unable to find INI file."}, {"style", 16}}}));
+  EXPECT_EQ(t["progress"], (nlohmann::json{{"shown", true},
+                                           {"labels", {"Zandolin starting ...", "Zandolin starting ..."}},
+                                           {"steps", 2},
+                                           {"value", 100}}));
+}
+
+// ---------------------------------------------------------------- faults
+
+TEST_F(SimPlatformTest, Fault_SkipAndTimes_PickWhichCallsFail) {
+  machine["registry"] = {{"HKEY_CURRENT_USER\\Software\\X", nlohmann::json::object()}};
+  machine["faults"] = {{{"call", "RegOpenKeyA"}, {"match", "HKEY_CURRENT_USER\\Software"}, {"result", 5},
+                        {"lastError", 5}, {"skip", 1}, {"times", 2}}};
+  Install();
+  HKEY key = nullptr;
+  std::vector<LONG> results;
+  for (int i = 0; i < 4; ++i) results.push_back(Sys().registry->RegOpenKeyA(HKEY_CURRENT_USER, "software", &key));
+  EXPECT_EQ(results, (std::vector<LONG>{0, 5, 5, 0}));
+  EXPECT_EQ(Sys().registry->RegOpenKeyA(HKEY_CURRENT_USER, "Other", &key), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(SimPlatformTest, Fault_OnAWin32Call_ReturnsResultAndLeavesLastError) {
+  machine["faults"] = {{{"call", "GetUserNameA"}, {"result", 0}, {"lastError", 1332}}};
+  Install();
+  std::string user(100, '\0');
+  DWORD size = 100;
+  EXPECT_EQ(Sys().system->GetUserNameA(user.data(), &size), FALSE);
+  EXPECT_EQ(Sys().system->GetLastError(), 1332u);
+  EXPECT_EQ(user, std::string(100, '\0'));
+}
+
+TEST_F(SimPlatformTest, Fault_OnProfileRead_MatchesTheFile) {
+  WriteFile("C:\\Deploy\\a.ini", "[S]\r\nK=v\r\n");
+  machine["faults"] = {{{"call", "GetPrivateProfileStringA"}, {"match", "C:\\Deploy\\a.ini"}, {"result", 0},
+                        {"lastError", 87}, {"skip", 1}}};
+  Install();
+  EXPECT_EQ(Value(ReadProfile("S", "K", "C:\\Deploy\\a.ini")), "v");
+  ProfileRead failed = ReadProfile("S", "K", "C:\\Deploy\\a.ini");
+  EXPECT_EQ(failed.lastError, 87u);
+  EXPECT_EQ(failed.count, 0u);
+  EXPECT_EQ(failed.buffer, std::string(100, ' '));
+}
+
+}  // namespace
+
+namespace {
+
+// ---------------------------------------------------------------- sockets and directory
+
+struct SocketRecorder : platform::SocketEvents {
+  std::vector<std::string> events;
+  void OnConnect() override { events.push_back("connect"); }
+  void OnDataArrival(long bytesTotal) override { events.push_back("data " + std::to_string(bytesTotal)); }
+  void OnError(int32_t number, const std::string& description) override {
+    events.push_back("error " + std::to_string(number) + " " + description);
+  }
+};
+
+TEST_F(SimPlatformTest, Sockets_NoPeerListens_ConnectionIsRefusedInsideThePump) {
+  Install();
+  SocketRecorder recorder;
+  int socket = Sys().sockets->CreateSocket(&recorder);
+  EXPECT_FALSE(Sys().sockets->Connect(socket, "mail.example.com", "25").failed());
+  EXPECT_EQ(Sys().sockets->State(socket), platform::kSocketConnecting);
+  EXPECT_TRUE(recorder.events.empty());
+  Sys().ui->DoEvents();
+  EXPECT_EQ(recorder.events, std::vector<std::string>{"error 10061 Connection is forcibly rejected"});
+  EXPECT_EQ(Sys().sockets->State(socket), platform::kSocketError);
+  Failure send = Sys().sockets->SendData(socket, "HELO PC042\r\n");
+  EXPECT_EQ(send.Number, 40006);
+  Sys().sockets->Close(socket);
+  EXPECT_EQ(Sys().sockets->State(socket), platform::kSocketClosed);
+  Sys().sockets->DestroySocket(socket);
+  EXPECT_EQ(Transcript()["sockets"],
+            (nlohmann::json{{{"host", "mail.example.com"}, {"port", "25"}, {"sent", ""}, {"received", ""}}}));
+}
+
+TEST_F(SimPlatformTest, Directory_NoServerAnswers_BindFails) {
+  Install();
+  std::string adsPath = "unchanged";
+  Failure bind = Sys().directory->BindObject("LDAP://corp.example.com", adsPath);
+  EXPECT_EQ(bind.Number, 462);
+  EXPECT_EQ(bind.Description, "The remote server machine does not exist or is unavailable");
+  EXPECT_EQ(adsPath, "unchanged");
+}
+
+}  // namespace

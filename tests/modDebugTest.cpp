@@ -1,0 +1,199 @@
+// The debug log in memory and the scrambled debug file.
+#include "diagnostics/modDebug.h"
+
+#include "SimFixture.h"
+#include "app/DebugFileReader.h"
+#include "config/modINIDocument.h"
+#include "engine/Runtime.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using nlohmann::json;
+
+class modDebugTest : public SimFixture {
+ protected:
+  std::vector<uint8_t> ReadBytes(const std::string& windowsPath) {
+    const std::string content = ReadFile(windowsPath);
+    return std::vector<uint8_t>(content.begin(), content.end());
+  }
+
+  DecodedDebugFile Decode(const std::string& windowsPath) {
+    DecodedDebugFile decoded;
+    std::string error;
+    EXPECT_TRUE(DecodeDebugFile(ReadBytes(windowsPath), decoded, error)) << error;
+    return decoded;
+  }
+
+  // A log of a few lines, with DebugOn as Main leaves it.
+  void SomeLog() {
+    INIDocument.DebugOn = true;
+    WriteBanner(30, "     BEGIN DEBUG     ", 29);
+    WriteDebug(">> Opening INI File: C:\\Deploy\\deploy.ini");
+    WriteDebug("ERROR: Getting client printer (no handle): \\\\OLD\\laser");
+  }
+};
+
+TEST_F(modDebugTest, WriteDebug_AppendsTheTextAndALineEnd) {
+  Install();
+  INIDocument.DebugOn = true;
+  WriteDebug("first");
+  WriteDebug("");
+  WriteDebug(">> second");
+  EXPECT_EQ("first\r\n\r\n>> second\r\n", gDebugBuffer);
+}
+
+TEST_F(modDebugTest, WriteDebug_DebugOnFalse_DoesNothingAndKeepsEarlierLines) {
+  Install();
+  INIDocument.DebugOn = true;
+  WriteDebug("kept");
+  INIDocument.DebugOn = false;
+  WriteDebug("dropped");
+  WriteBanner(1, "x", 1);
+  EXPECT_EQ("kept\r\n", gDebugBuffer);
+}
+
+TEST_F(modDebugTest, ClearDebug_EmptiesTheLog) {
+  Install();
+  INIDocument.DebugOn = true;
+  WriteDebug("line");
+  ClearDebug();
+  EXPECT_EQ("", gDebugBuffer);
+}
+
+TEST_F(modDebugTest, WriteBanner_WritesThreeLinesWithTheGivenCounts) {
+  Install();
+  INIDocument.DebugOn = true;
+  WriteBanner(24, "     COMMAND LINE PARAMETERS    ", 23);
+  const std::string rule(80, '*');
+  EXPECT_EQ(rule + "\r\n" + std::string(24, '*') + "     COMMAND LINE PARAMETERS    " +
+                std::string(23, '*') + "\r\n" + rule + "\r\n",
+            gDebugBuffer);
+}
+
+TEST_F(modDebugTest, StringToBytes_KeepUnicode_GivesUtf16LittleEndian) {
+  Install();
+  EXPECT_EQ((std::vector<uint8_t>{'A', 0, 'b', 0, '\r', 0, '\n', 0}),
+            StringToBytes("Ab\r\n", true, false));
+  EXPECT_EQ((std::vector<uint8_t>{'A', 0, 'b', 0, 0}), StringToBytes("Ab", true, true));
+  EXPECT_TRUE(StringToBytes("", true, false).empty());
+  EXPECT_EQ((std::vector<uint8_t>{0}), StringToBytes("", true, true));
+}
+
+TEST_F(modDebugTest, StringToBytes_Ansi_GivesOneByteACharacter) {
+  Install();
+  EXPECT_EQ((std::vector<uint8_t>{'A', 'b', 'c'}), StringToBytes("Abc", false, false));
+  EXPECT_EQ((std::vector<uint8_t>{'A', 'b', 'c', 0}), StringToBytes("Abc", false, true));
+}
+
+TEST_F(modDebugTest, SaveDebugFile_WritesTheInterleavedAndSummedUtf16) {
+  Install();
+  INIDocument.DebugOn = true;
+  WriteDebug("Hi");
+  SaveDebugFile();
+  // "Hi\r\n" in UTF-16: 48 00 69 00 0D 00 0A 00; taken in the order 0 1 7 2 6 3 5 4
+  // and summed.
+  EXPECT_EQ((std::vector<uint8_t>{0x48, 0x48, 0x48, 0xB1, 0xBB, 0xBB, 0xBB, 0xC8}),
+            ReadBytes("C:\\Deploy\\PC042.debug"));
+  EXPECT_EQ(json::parse(R"(["C:\\Deploy\\PC042.debug"])"), Transcript()["filesWritten"]);
+}
+
+TEST_F(modDebugTest, SaveDebugFile_DecodesBackToTheLogAndShowsNoReadableText) {
+  Install();
+  SomeLog();
+  SaveDebugFile();
+  const DecodedDebugFile decoded = Decode("C:\\Deploy\\PC042.debug");
+  EXPECT_EQ(gDebugBuffer, decoded.text);
+  EXPECT_EQ(0u, decoded.droppedBytes);
+  EXPECT_EQ(std::string::npos, ReadFile("C:\\Deploy\\PC042.debug").find("BEGIN"));
+}
+
+TEST_F(modDebugTest, SaveDebugFile_NamedByTheComputerBesideTheExecutable) {
+  machine["computerName"] = "lab-PC 7";
+  machine["exePath"] = "C:\\Tools\\Zandolin\\ZandolinEngine.exe";
+  WriteFile("C:\\Tools\\Zandolin\\ZandolinEngine.exe", "");
+  Install();
+  SomeLog();
+  SaveDebugFile();
+  EXPECT_EQ(gDebugBuffer, Decode("C:\\Tools\\Zandolin\\lab-PC 7.debug").text);
+}
+
+TEST_F(modDebugTest, SaveDebugFile_NoNetworkObject_UsesComputerUnknown) {
+  machine["computerName"] = nullptr;
+  Install();
+  SomeLog();
+  SaveDebugFile();
+  EXPECT_EQ(gDebugBuffer, Decode("C:\\Deploy\\Computer UNKNOWN.debug").text);
+}
+
+TEST_F(modDebugTest, SaveDebugFile_EmptyLogOrDebugOff_WritesNothing) {
+  Install();
+  INIDocument.DebugOn = true;
+  SaveDebugFile();
+  SomeLog();
+  INIDocument.DebugOn = false;
+  SaveDebugFile();
+  EXPECT_FALSE(FileExists("C:\\Deploy\\PC042.debug"));
+  EXPECT_TRUE(Transcript()["filesWritten"].empty());
+}
+
+TEST_F(modDebugTest, SaveDebugFile_OlderLongerFile_KeepsItsTailBehindTheNewBytes) {
+  const std::string old(5000, 'z');
+  WriteFile("C:\\Deploy\\PC042.debug", old);
+  Install();
+  SomeLog();
+  SaveDebugFile();
+  const std::string file = ReadFile("C:\\Deploy\\PC042.debug");
+  ASSERT_EQ(5000u, file.size());
+  const size_t written = gDebugBuffer.size() * 2;
+  EXPECT_EQ(old.substr(written), file.substr(written));
+  const DecodedDebugFile decoded = Decode("C:\\Deploy\\PC042.debug");
+  EXPECT_EQ(gDebugBuffer, decoded.text);
+  EXPECT_EQ(5000u - written, decoded.droppedBytes);
+}
+
+TEST_F(modDebugTest, SaveDebugFile_FolderNotWritable_WarnsInTheEventLogOnly) {
+  machine["faults"] = json::parse(R"([{"call":"WriteBinary","lastError":70}])");
+  Install();
+  SomeLog();
+  const std::string log = gDebugBuffer;
+  SaveDebugFile();
+  const json t = Transcript();
+  ASSERT_EQ(1u, t["eventLogWritten"].size());
+  const json entry = t["eventLogWritten"][0];
+  const std::string message = "Unable to create debug file within folder: 70: Permission denied";
+  EXPECT_EQ("Zandolin", entry["source"]);
+  EXPECT_EQ(2, entry["type"]);
+  EXPECT_EQ(0, entry["category"]);
+  EXPECT_EQ(20002, entry["id"]);
+  EXPECT_EQ(json::array({message}), entry["strings"]);
+  EXPECT_EQ(message + std::string(1, '\0'), entry["data"]);
+  EXPECT_TRUE(t["messageBoxes"].empty());
+  EXPECT_EQ(log + ">> Logged event in application event log.\r\n", gDebugBuffer);
+  EXPECT_EQ(0, Err.Number);
+}
+
+TEST_F(modDebugTest, SaveDebugFile_ReadOnlyFolder_ReportsThePlatformsFileError) {
+  machine["readOnly"] = json::array({"C:\\Deploy"});
+  Install();
+  SomeLog();
+  SaveDebugFile();
+  EXPECT_FALSE(FileExists("C:\\Deploy\\PC042.debug"));
+  const json t = Transcript();
+  ASSERT_EQ(1u, t["eventLogWritten"].size());
+  EXPECT_EQ(json::array({"Unable to create debug file within folder: 70: Permission denied"}),
+            t["eventLogWritten"][0]["strings"]);
+}
+
+TEST_F(modDebugTest, WriteDebugBytes_WritesFromTheFirstByte) {
+  WriteFile("C:\\Deploy\\x.bin", "abcdef");
+  Install();
+  WriteDebugBytes("C:\\Deploy\\x.bin", {'1', '2'});
+  EXPECT_EQ("12cdef", ReadFile("C:\\Deploy\\x.bin"));
+  WriteDebugBytes("C:\\Deploy\\new.bin", {'9'});
+  EXPECT_EQ("9", ReadFile("C:\\Deploy\\new.bin"));
+  EXPECT_TRUE(Transcript()["eventLogWritten"].empty());
+}
+
+}  // namespace

@@ -1,0 +1,345 @@
+// The dispatch of the run's report: e-mail, output file, pop-up, event log;
+// the computer name; the error outcome of the directory query.
+#include "notification/modNotification.h"
+
+#include "IniFileBuilder.h"
+#include "SimFixture.h"
+#include "config/modINIDocument.h"
+#include "diagnostics/modDebug.h"
+#include "engine/Runtime.h"
+#include "engine/modMain.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using nlohmann::json;
+
+std::string Line(const std::string& text) { return text + "\r\n"; }
+
+std::string Banner(int before, const std::string& title, int after) {
+  const std::string rule(80, '*');
+  return Line(rule) + Line(std::string(before, '*') + title + std::string(after, '*')) + Line(rule);
+}
+
+const std::string kEmailBanner = Banner(24, "     NOTFICATION VIA EMAIL    ", 24);
+const std::string kFileBanner = Banner(22, "     NOTIFICATION VIA FILE OUTPUT     ", 21);
+const std::string kPopupBanner = Banner(21, "     NOTIFICATION VIA CLIENT POP-UP    ", 20);
+const std::string kEventLogBanner = Banner(23, "     NOTIFICATION VIA EVENT LOG    ", 22);
+
+const char* const kReportHead = "\r\n\r\nReport At: 11/21/2026 2:05:09 PM\r\n\r\n";
+
+class modNotificationTest : public SimFixture {
+ protected:
+  // A client whose clock starts at a known time, with the log on.
+  void Start() {
+    machine["clock"] = "2026-11-21T14:05:09";
+    std::filesystem::create_directories(dir / "files" / "C" / "Reports");
+    Install();
+    INIDocument.DebugOn = true;
+  }
+
+  json Boxes() { return Transcript()["messageBoxes"]; }
+  json Events() { return Transcript()["eventLogWritten"]; }
+};
+
+// ----- the dispatch -----
+
+TEST_F(modNotificationTest, Dispatch_AllFlagsOff_DoesNothingAtAll) {
+  Start();
+  INIDocument.UseSuccessClientPopup = true;
+  gOutcomeText = "\r\nreport";
+  DispatchNotifications();
+  EXPECT_EQ("", gDebugBuffer);
+  EXPECT_EQ("\r\nreport", gOutcomeText);
+  const json t = Transcript();
+  EXPECT_TRUE(t["messageBoxes"].empty());
+  EXPECT_TRUE(t["eventLogWritten"].empty());
+  EXPECT_TRUE(t["filesWritten"].empty());
+}
+
+TEST_F(modNotificationTest, Dispatch_EmailChannel_WritesItsBannerAndStatement) {
+  Start();
+  INIDocument.ShowProgress = true;
+  INIDocument.UseSMTP = true;
+  DispatchNotifications();
+  EXPECT_EQ(kEmailBanner, gDebugBuffer);
+  EXPECT_EQ(json::array({"Sending SMTP mail ..."}), Transcript()["progress"]["labels"]);
+}
+
+TEST_F(modNotificationTest, Dispatch_AllChannels_InTheirOrderWithTheirStatements) {
+  Start();
+  INIDocument.ShowProgress = true;
+  INIDocument.UseSMTP = true;
+  INIDocument.UseFileOutput = true;
+  INIDocument.FileOutputPath = "C:\\Reports";
+  INIDocument.FileOutputName = "out.txt";
+  INIDocument.UseClientPopup = true;
+  INIDocument.UseSuccessClientPopup = true;
+  INIDocument.SuccessMessage = "All done";
+  INIDocument.WriteToEventLog = true;
+  gOutcomeText = "\r\nreport";
+  DispatchNotifications();
+
+  EXPECT_EQ(kEmailBanner + kFileBanner +
+                Line(">> Writing to notification output file: C:\\Reports\\out.txt") +
+                kPopupBanner + Line(">> Showing client pop-up success message. <<") +
+                kEventLogBanner + Line(">> Logged event in application event log."),
+            gDebugBuffer);
+  const json t = Transcript();
+  EXPECT_EQ(json::parse(R"(["Sending SMTP mail ...", "Saving migration file ...",
+      "Writing to event log ..."])"),
+            t["progress"]["labels"]);
+  EXPECT_EQ(json::parse(R"([{"title":"Zandolin","text":"All done","style":0}])"),
+            t["messageBoxes"]);
+  ASSERT_EQ(1u, t["eventLogWritten"].size());
+  EXPECT_EQ(json::array({std::string(kReportHead) + "\r\nreport"}),
+            t["eventLogWritten"][0]["strings"]);
+}
+
+// ----- the pop-up -----
+
+TEST_F(modNotificationTest, Popup_NeitherMessageWanted_BannerOnly) {
+  Start();
+  INIDocument.UseClientPopup = true;
+  DispatchNotifications();
+  EXPECT_EQ(kPopupBanner, gDebugBuffer);
+  EXPECT_TRUE(Boxes().empty());
+}
+
+TEST_F(modNotificationTest, Popup_ChannelOff_NoBannerNoBox) {
+  Start();
+  INIDocument.UseClientPopup = false;
+  INIDocument.UseSuccessClientPopup = true;
+  INIDocument.SuccessMessage = "Done";
+  DispatchNotifications();
+  EXPECT_EQ("", gDebugBuffer);
+  EXPECT_TRUE(Boxes().empty());
+}
+
+TEST_F(modNotificationTest, Popup_Success_ReplacesEveryCaretCRLFExactly) {
+  Start();
+  INIDocument.UseClientPopup = true;
+  INIDocument.UseSuccessClientPopup = true;
+  INIDocument.UseFailureClientPopup = true;
+  INIDocument.SuccessMessage = "Your printers^CRLFhave moved.^CRLFThanks^crlf!";
+  INIDocument.FailureMessage = "not this one";
+  DispatchNotifications();
+  EXPECT_EQ(json::parse(R"([{"title":"Zandolin","style":0,
+      "text":"Your printers\r\nhave moved.\r\nThanks^crlf!"}])"),
+            Boxes());
+  EXPECT_EQ(kPopupBanner + Line(">> Showing client pop-up success message. <<"), gDebugBuffer);
+}
+
+TEST_F(modNotificationTest, Popup_AbortedRun_ShowsTheFailureMessage) {
+  Start();
+  AbortStatus = true;
+  INIDocument.UseClientPopup = true;
+  INIDocument.UseSuccessClientPopup = true;
+  INIDocument.UseFailureClientPopup = true;
+  INIDocument.SuccessMessage = "ok";
+  INIDocument.FailureMessage = "Please call^CRLFthe help desk";
+  DispatchNotifications();
+  EXPECT_EQ(json::parse(R"([{"title":"Zandolin","style":0,
+      "text":"Please call\r\nthe help desk"}])"),
+            Boxes());
+  EXPECT_EQ(kPopupBanner + Line(">> Showing client pop-up failure message. <<"), gDebugBuffer);
+}
+
+TEST_F(modNotificationTest, Popup_AbortedRunWithOnlySuccessWanted_ShowsNothing) {
+  Start();
+  AbortStatus = true;
+  INIDocument.UseClientPopup = true;
+  INIDocument.UseSuccessClientPopup = true;
+  INIDocument.SuccessMessage = "ok";
+  DispatchNotifications();
+  EXPECT_TRUE(Boxes().empty());
+  EXPECT_EQ(kPopupBanner, gDebugBuffer);
+}
+
+TEST_F(modNotificationTest, Popup_EmptyMessage_IsShownToo) {
+  Start();
+  INIDocument.UseClientPopup = true;
+  INIDocument.UseSuccessClientPopup = true;
+  DispatchNotifications();
+  EXPECT_EQ(json::parse(R"([{"title":"Zandolin","style":0,"text":""}])"), Boxes());
+}
+
+// ----- the output file -----
+
+TEST_F(modNotificationTest, OutputFile_NameWithComputerUserAndOutcome) {
+  Start();
+  INIDocument.UseFileOutput = true;
+  INIDocument.FileOutputPath = "C:\\Reports";
+  INIDocument.FileOutputName = "migration.log";
+  INIDocument.IncludeComputerName = true;
+  INIDocument.IncludeOutcome = true;
+  gOutcomeText = "\r\n* ----- report ----- *";
+  WriteNotificationFile();
+  EXPECT_EQ(
+      Line(">> Writing to notification output file: C:\\Reports\\PC042_jdoe_SUCCESS_migration.log"),
+      gDebugBuffer);
+  EXPECT_EQ(std::string(kReportHead) + "\r\n* ----- report ----- *\r\n",
+            ReadFile("C:\\Reports\\PC042_jdoe_SUCCESS_migration.log"));
+  EXPECT_EQ(std::string(kReportHead) + "\r\n* ----- report ----- *", gOutcomeText);
+}
+
+TEST_F(modNotificationTest, OutputFile_AbortedRun_NamedFailed) {
+  Start();
+  AbortStatus = true;
+  INIDocument.FileOutputPath = "C:\\Reports";
+  INIDocument.FileOutputName = "r.txt";
+  INIDocument.IncludeOutcome = true;
+  WriteNotificationFile();
+  EXPECT_TRUE(FileExists("C:\\Reports\\FAILED_r.txt"));
+}
+
+TEST_F(modNotificationTest, OutputFile_NoPrefixes_PathAndNameOnly) {
+  Start();
+  INIDocument.FileOutputPath = "C:\\Reports";
+  INIDocument.FileOutputName = "r.txt";
+  WriteNotificationFile();
+  EXPECT_EQ(json::array({"C:\\Reports\\r.txt"}), Transcript()["filesWritten"]);
+}
+
+TEST_F(modNotificationTest, OutputFile_EmptyPath_NameBeginsWithABackslash) {
+  Start();
+  INIDocument.FileOutputName = "r.txt";
+  WriteNotificationFile();
+  EXPECT_TRUE(gDebugBuffer.starts_with(Line(">> Writing to notification output file: \\r.txt")));
+}
+
+TEST_F(modNotificationTest, OutputFile_EmptyName_FailsWithThreeErrorLinesAndKeepsTheHead) {
+  Start();
+  INIDocument.FileOutputPath = "C:\\Reports";
+  gOutcomeText = "\r\nreport";
+  WriteNotificationFile();
+  EXPECT_EQ(Line(">> Writing to notification output file: C:\\Reports\\") +
+                Line("ERROR: Saving notification output file <<") + Line("ERROR: 75") +
+                Line("ERROR DESCRIPTION: Path/File access error"),
+            gDebugBuffer);
+  EXPECT_EQ(std::string(kReportHead) + "\r\nreport", gOutcomeText);
+  EXPECT_EQ(0, Err.Number);
+  EXPECT_FALSE(AbortStatus);
+}
+
+TEST_F(modNotificationTest, OutputFile_WriteRefused_ReportsTheErrorAndTheDispatchGoesOn) {
+  machine["faults"] = json::parse(R"([{"call":"AppendText","lastError":70}])");
+  Start();
+  INIDocument.UseFileOutput = true;
+  INIDocument.FileOutputPath = "C:\\Reports";
+  INIDocument.FileOutputName = "r.txt";
+  INIDocument.UseClientPopup = true;
+  INIDocument.UseSuccessClientPopup = true;
+  INIDocument.WriteToEventLog = true;
+  DispatchNotifications();
+  EXPECT_EQ(kFileBanner + Line(">> Writing to notification output file: C:\\Reports\\r.txt") +
+                Line("ERROR: Saving notification output file <<") + Line("ERROR: 70") +
+                Line("ERROR DESCRIPTION: Permission denied") + kPopupBanner +
+                Line(">> Showing client pop-up success message. <<") + kEventLogBanner +
+                Line(">> Logged event in application event log."),
+            gDebugBuffer);
+  EXPECT_EQ(1u, Boxes().size());
+  ASSERT_EQ(1u, Events().size());
+  EXPECT_EQ(4, Events()[0]["type"]);
+}
+
+TEST_F(modNotificationTest, OutputFile_TwoRuns_LeaveBothTextsInOrder) {
+  Start();
+  INIDocument.FileOutputPath = "C:\\Reports";
+  INIDocument.FileOutputName = "shared.txt";
+  gOutcomeText = "\r\nfirst";
+  WriteNotificationFile();
+  Start();
+  INIDocument.FileOutputPath = "C:\\Reports";
+  INIDocument.FileOutputName = "shared.txt";
+  gOutcomeText = "\r\nsecond";
+  WriteNotificationFile();
+  EXPECT_EQ(std::string(kReportHead) + "\r\nfirst\r\n" + kReportHead + "\r\nsecond\r\n",
+            ReadFile("C:\\Reports\\shared.txt"));
+}
+
+TEST_F(modNotificationTest, EventLogText_HasTheReportHeadOnlyWithTheOutputFile) {
+  Start();
+  INIDocument.WriteToEventLog = true;
+  gOutcomeText = "\r\nreport";
+  DispatchNotifications();
+  EXPECT_EQ(json::array({"\r\nreport"}), Events()[0]["strings"]);
+
+  Start();
+  INIDocument.WriteToEventLog = true;
+  INIDocument.UseFileOutput = true;
+  INIDocument.FileOutputPath = "C:\\Reports";
+  INIDocument.FileOutputName = "r.txt";
+  gOutcomeText = "\r\nreport";
+  DispatchNotifications();
+  EXPECT_EQ(json::array({std::string(kReportHead) + "\r\nreport"}), Events()[0]["strings"]);
+}
+
+TEST_F(modNotificationTest, Run_OutputFileAndPopup_CarryTheRunsOutcome) {
+  IniFile ini = ValidIni();
+  ini.Set("NOTIFICATION FILE OUTPUT", "UseFileOutput", "True")
+      .Set("NOTIFICATION FILE OUTPUT", "FileOutputPath", "C:\\Reports\\")
+      .Set("NOTIFICATION FILE OUTPUT", "FileOutputName", "report.txt")
+      .Set("NOTIFICATION FILE OUTPUT", "IncludeOutcome", "True")
+      .Set("NOTIFICATION CLIENT POP-UP", "UseClientPopup", "True")
+      .Set("NOTIFICATION CLIENT POP-UP", "UseSuccessClientPopup", "True")
+      .Set("NOTIFICATION CLIENT POP-UP", "SuccessMessage", "Done^CRLFThanks");
+  WriteFile("C:\\Deploy\\deploy.ini", ini.Text());
+  std::filesystem::create_directories(dir / "files" / "C" / "Reports");
+  machine["clock"] = "2026-11-21T14:05:09";
+  const json t = Run();
+  EXPECT_EQ(json::parse(R"([{"title":"Zandolin","style":0,"text":"Done\r\nThanks"}])"),
+            t["messageBoxes"]);
+  const std::string outcome = t["outcomeText"];
+  EXPECT_TRUE(outcome.starts_with(kReportHead));
+  EXPECT_EQ(outcome + "\r\n", ReadFile("C:\\Reports\\SUCCESS_report.txt"));
+}
+
+// ----- the computer name, the report and the error outcome -----
+
+TEST_F(modNotificationTest, GetClientComputerName_GivesTheNameAsItStands) {
+  machine["computerName"] = "lab-Pc 7 ";
+  Install();
+  EXPECT_EQ("lab-Pc 7 ", GetClientComputerName());
+}
+
+TEST_F(modNotificationTest, GetClientComputerName_NoNetworkObject_ComputerUnknown) {
+  machine["computerName"] = nullptr;
+  Install();
+  EXPECT_EQ("Computer UNKNOWN", GetClientComputerName());
+  EXPECT_EQ("Computer UNKNOWN", GetClientComputerName());
+  EXPECT_EQ(0, Err.Number);
+}
+
+TEST_F(modNotificationTest, GetClientComputerName_NameUnreadable_GivesEmpty) {
+  machine["faults"] = json::parse(R"([{"call":"NetworkComputerName","lastError":5}])");
+  Install();
+  EXPECT_EQ("", GetClientComputerName());
+  EXPECT_EQ(0, Err.Number);
+}
+
+TEST_F(modNotificationTest, AppendOutcome_PutsTheLineEndInFront) {
+  Install();
+  AppendOutcome("first");
+  AppendOutcome("");
+  AppendOutcome("third");
+  EXPECT_EQ("\r\nfirst\r\n\r\nthird", gOutcomeText);
+}
+
+TEST_F(modNotificationTest, ReportErrorOutcome_AbortsAndReportsThePendingError) {
+  Install();
+  gOutcomeText = "\r\nhead";
+  Err.Number = 424;
+  Err.Description = "Object required";
+  ReportErrorOutcome("Error accessing Active Directory. Try installing an MDAC update.");
+  EXPECT_TRUE(AbortStatus);
+  EXPECT_EQ(
+      "\r\nhead\r\nError accessing Active Directory. Try installing an MDAC update.\r\n"
+      "> Error Number: 424\r\n> Error Description: Object required",
+      gOutcomeText);
+  EXPECT_EQ(0, Err.Number);
+  EXPECT_EQ("", Err.Description);
+}
+
+}  // namespace

@@ -1,0 +1,131 @@
+// The progress window: start, one statement a step, finish; the hidden form
+// for its handle.
+#include "diagnostics/modProgress.h"
+
+#include "SimFixture.h"
+#include "config/modINIDocument.h"
+#include "diagnostics/frmProgress.h"
+#include "engine/Runtime.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using nlohmann::json;
+
+class modProgressTest : public SimFixture {
+ protected:
+  json Progress() { return Transcript()["progress"]; }
+};
+
+TEST_F(modProgressTest, ShowProgressFalse_NothingIsLoadedOrShown) {
+  Install();
+  INIDocument.ShowProgress = false;
+  StartProgress();
+  UpdateProgress("Getting current list of client printers ...");
+  UpdateProgress("");
+  FinishProgress();
+  EXPECT_EQ(0, LoadedFormCount());
+  EXPECT_FALSE(frmProgress.Loaded);
+  EXPECT_EQ(json::parse(R"({"shown":false,"labels":[],"steps":0,"value":0})"), Progress());
+}
+
+TEST_F(modProgressTest, StartProgress_LoadsSetsLabelAndBarThenShows) {
+  Install();
+  INIDocument.ShowProgress = true;
+  StartProgress();
+  EXPECT_EQ(1, LoadedFormCount());
+  EXPECT_TRUE(frmProgress.Loaded);
+  EXPECT_EQ("Zandolin starting ...", frmProgress.Label);
+  EXPECT_EQ(100, frmProgress.Max);
+  EXPECT_EQ(1, frmProgress.Value);
+  EXPECT_EQ(json::parse(R"({"shown":true,"labels":["Zandolin starting ..."],"steps":0,"value":1})"),
+            Progress());
+}
+
+TEST_F(modProgressTest, UpdateProgress_TextSetsTheLabelAndEmptyTextOnlyMovesTheBar) {
+  Install();
+  INIDocument.ShowProgress = true;
+  StartProgress();
+  UpdateProgress("Saving Zandolin status ...");
+  UpdateProgress("");
+  UpdateProgress("");
+  EXPECT_EQ("Saving Zandolin status ...", frmProgress.Label);
+  EXPECT_EQ(4, frmProgress.Value);
+  EXPECT_EQ(json::parse(R"({"shown":true,
+      "labels":["Zandolin starting ...","Saving Zandolin status ..."],"steps":3,"value":4})"),
+            Progress());
+}
+
+TEST_F(modProgressTest, UpdateProgress_HundredthStepWrapsTo1) {
+  Install();
+  INIDocument.ShowProgress = true;
+  StartProgress();
+  for (int i = 0; i < 99; ++i) UpdateProgress("");
+  EXPECT_EQ(100, frmProgress.Value);
+  UpdateProgress("");
+  EXPECT_EQ(1, frmProgress.Value);
+  UpdateProgress("");
+  EXPECT_EQ(2, frmProgress.Value);
+  EXPECT_EQ(101, Progress()["steps"]);
+  EXPECT_EQ(2, Progress()["value"]);
+}
+
+TEST_F(modProgressTest, FinishProgress_SetsTheLastStatementAndUnloads) {
+  Install();
+  INIDocument.ShowProgress = true;
+  StartProgress();
+  UpdateProgress("Initializing notification methods ...");
+  FinishProgress();
+  EXPECT_FALSE(frmProgress.Loaded);
+  EXPECT_EQ(0, LoadedFormCount());
+  EXPECT_EQ(json::parse(R"({"shown":true,"labels":["Zandolin starting ...",
+      "Initializing notification methods ...","Zandolin finished ..."],"steps":1,"value":100})"),
+            Progress());
+}
+
+TEST_F(modProgressTest, ProgressWindowHandle_LoadsTheFormHiddenOnce) {
+  Install();
+  INIDocument.ShowProgress = false;
+  const HWND handle = ProgressWindowHandle();
+  EXPECT_NE(nullptr, handle);
+  EXPECT_EQ(handle, ProgressWindowHandle());
+  EXPECT_EQ(1, LoadedFormCount());
+  EXPECT_EQ("Progress statements ...", frmProgress.Label);
+  // With the window off the finish does nothing, so the form stays loaded.
+  FinishProgress();
+  EXPECT_EQ(1, LoadedFormCount());
+  EXPECT_FALSE(Progress()["shown"]);
+  UnloadProgressForm();
+  EXPECT_EQ(0, LoadedFormCount());
+}
+
+TEST_F(modProgressTest, ProgressWindowHandle_WhileShown_GivesTheShownWindow) {
+  Install();
+  INIDocument.ShowProgress = true;
+  StartProgress();
+  const HWND shown = frmProgress.Window;
+  EXPECT_EQ(shown, ProgressWindowHandle());
+  EXPECT_EQ(1, LoadedFormCount());
+}
+
+TEST_F(modProgressTest, Run_WithProgress_ShowsTheWindowAndEndsUnloaded) {
+  WriteFile("C:\\Deploy\\deploy.ini",
+            "[GENERAL]\r\nUseActiveDirectory=False\r\nUseManualDefinitions=False\r\n"
+            "AlwaysRun=False\r\nShowProgress=True\r\n[NOTIFICATION SMTP]\r\nUseSMTP=False\r\n"
+            "[NOTIFICATION FILE OUTPUT]\r\nUseFileOutput=False\r\nIncludeComputerName=False\r\n"
+            "IncludeOutcome=False\r\nWriteToEventLog=False\r\n[NOTIFICATION CLIENT POP-UP]\r\n"
+            "UseClientPopup=False\r\nUseSuccessClientPopup=False\r\n"
+            "UseFailureClientPopup=False\r\n[DEPLOYMENT]\r\nCreateWebLaunchPage=False\r\n"
+            "CreateBatchFile=False\r\nIncludeMDAC=False\r\n[PRUNE]\r\nDeleteADOrphans=False\r\n"
+            "DeleteAllNonNetworked=False\r\n[SUPPORT]\r\nDebugOn=True\r\n");
+  const json t = Run();
+  EXPECT_EQ("returned", t["ended"]);
+  EXPECT_TRUE(t["progress"]["shown"]);
+  EXPECT_EQ("Zandolin starting ...", t["progress"]["labels"][0]);
+  EXPECT_EQ("Zandolin finished ...", t["progress"]["labels"].back());
+  EXPECT_EQ(100, t["progress"]["value"]);
+  EXPECT_EQ(0, LoadedFormCount());
+}
+
+}  // namespace
