@@ -99,7 +99,7 @@ void GetClientPrinters(bool ReportPrinters) {
   std::vector<std::string> deviceNames;
   if (!Sys().spooler->UserPrinters(deviceNames)) return;
 
-  // Kept from one printer to the next, as the walk has always done.
+  // One handle variable for the whole walk; it is not cleared between printers.
   HANDLE printer = nullptr;
   for (const std::string& deviceName : deviceNames) {
     std::string name = deviceName;

@@ -186,6 +186,8 @@ struct Overwritten {
   std::string longLog, shortLog;
   std::vector<uint8_t> file;
   size_t shortBytes = 0;
+  // The first byte of the older run's tail once the sum is undone.
+  uint8_t SeamByte() const { return static_cast<uint8_t>(file[shortBytes] - file[shortBytes - 1]); }
 };
 
 Overwritten WriteOver(const std::string& longBody, const std::string& shortBody) {
@@ -200,29 +202,32 @@ Overwritten WriteOver(const std::string& longBody, const std::string& shortBody)
 
 TEST(DebugFileReaderTest, DecodeDebugFile_OlderLongerTail_DecodesTheShorterLogAndCountsTheTail) {
   Overwritten o = WriteOver(Lines(">> Found networked printer: \\\\OLD\\laser", 40),
-                            Lines(">> Added networked printer: \\\\NEW\\laser", 9));
+                            Lines(">> Added networked printer: \\\\NEW\\laser", 11));
+  // The byte after the short run's end is a high byte: with it, every
+  // longer length holds a character of a script found nowhere else.
   ASSERT_EQ(2u, o.shortBytes % 4);
   DecodedDebugFile decoded = MustDecode(o.file);
   EXPECT_EQ(o.shortLog, decoded.text);
   EXPECT_EQ(o.file.size() - o.shortBytes, decoded.droppedBytes);
-  EXPECT_EQ(2436u, decoded.droppedBytes);
+  EXPECT_EQ(2494u, decoded.droppedBytes);
 }
 
 TEST(DebugFileReaderTest, DecodeDebugFile_TailWhoseFirstByteIsAControl_IsDropped) {
   // The short log is a multiple of four bytes long; the byte after it makes
   // a control character, which no longer length can hold.
-  Overwritten o = WriteOver(Lines(">> line ", 60), Lines(">> line ", 11));
+  Overwritten o = WriteOver(Lines(">> line ", 60), Lines(">> line ", 8));
   ASSERT_EQ(0u, o.shortBytes % 4);
+  ASSERT_EQ(18, o.SeamByte());
   DecodedDebugFile decoded = MustDecode(o.file);
   EXPECT_EQ(o.shortLog, decoded.text);
   EXPECT_EQ(o.file.size() - o.shortBytes, decoded.droppedBytes);
-  EXPECT_EQ(o.longLog.size() * 2 - o.shortLog.size() * 2, decoded.droppedBytes);
+  EXPECT_EQ(1244u, decoded.droppedBytes);
 }
 
 TEST(DebugFileReaderTest, DecodeDebugFile_TwoOlderRunsBehind_DecodesTheNewest) {
   std::string longest = Log(Lines(">> Found networked printer: \\\\OLD\\laser", 40));
-  std::string middle = Log(Lines(">> Added networked printer: \\\\NEW\\laser", 20));
-  std::string newest = Log(Lines(">> Added networked printer: \\\\NEW\\laser", 9));
+  std::string middle = Log(Lines(">> Added networked printer: \\\\NEW\\laser", 17));
+  std::string newest = Log(Lines(">> Added networked printer: \\\\NEW\\laser", 11));
   std::vector<uint8_t> file = WrittenOver(WrittenOver(Encode(longest), Encode(middle)), Encode(newest));
   DecodedDebugFile decoded = MustDecode(file);
   EXPECT_EQ(newest, decoded.text);
@@ -236,6 +241,7 @@ TEST(DebugFileReaderTest, DecodeDebugFile_TailStartingWithOrdinaryCharacter_Cann
   Overwritten o = WriteOver(Lines(">> Found networked printer: \\\\OLD\\p", 40),
                             Lines(">> Added networked printer: \\\\NEW\\p", 8));
   ASSERT_EQ(0u, o.shortBytes % 4);
+  ASSERT_EQ('(', o.SeamByte());
   DecodedDebugFile decoded = MustDecode(o.file);
   EXPECT_EQ(0u, decoded.droppedBytes);
   EXPECT_EQ(PlainDecode(o.file, o.file.size()), decoded.text);
@@ -344,12 +350,12 @@ TEST_F(ZandolinDebugTest, DebugFile_PrintsTheLogAsUtf8) {
 
 TEST_F(ZandolinDebugTest, OlderLongerTail_PrintsTheShorterLogAndSaysWhatWasDropped) {
   Overwritten o = WriteOver(Lines(">> Found networked printer: \\\\OLD\\laser", 40),
-                            Lines(">> Added networked printer: \\\\NEW\\laser", 9));
+                            Lines(">> Added networked printer: \\\\NEW\\laser", 11));
   std::string path = WriteBytes("PC042.debug", o.file);
   EXPECT_EQ(0, Run("'" + path + "'"));
   EXPECT_EQ(o.shortLog, out);
   EXPECT_EQ("zandolin-debug: " + path +
-                ": dropped 2436 bytes at the end, the tail of an older, longer run\n",
+                ": dropped 2494 bytes at the end, the tail of an older, longer run\n",
             err);
 }
 

@@ -4,6 +4,7 @@
 
 #include "migration/modMoveNetworkPrinters.h"
 
+#include "IniFileBuilder.h"
 #include "SimFixture.h"
 #include "config/modINIDocument.h"
 #include "diagnostics/modDebug.h"
@@ -80,55 +81,17 @@ const std::string kStars(80, '*');
 const std::string kHeader = "* ----- Computer: PC042 Username: jdoe Printers ----- *";
 const std::string kNoDefault = "Warning no currently set default printer.";
 
-// An INI file with every Boolean key present; tests set the keys they need.
-class IniFile {
+// A valid INI file that asks for the manual migration; tests set the keys
+// they need.
+class IniFile : public testini::IniFile {
  public:
-  IniFile() {
-    Set("GENERAL", "UseActiveDirectory", "False");
+  IniFile() : testini::IniFile(testini::ValidIni()) {
     Set("GENERAL", "UseManualDefinitions", "True");
-    Set("GENERAL", "AlwaysRun", "False");
-    Set("GENERAL", "ShowProgress", "False");
-    Set("NOTIFICATION SMTP", "UseSMTP", "False");
-    Set("NOTIFICATION FILE OUTPUT", "UseFileOutput", "False");
-    Set("NOTIFICATION FILE OUTPUT", "IncludeComputerName", "False");
-    Set("NOTIFICATION FILE OUTPUT", "IncludeOutcome", "False");
-    Set("NOTIFICATION FILE OUTPUT", "WriteToEventLog", "False");
-    Set("NOTIFICATION CLIENT POP-UP", "UseClientPopup", "False");
-    Set("NOTIFICATION CLIENT POP-UP", "UseSuccessClientPopup", "False");
-    Set("NOTIFICATION CLIENT POP-UP", "UseFailureClientPopup", "False");
-    Set("DEPLOYMENT", "CreateWebLaunchPage", "False");
-    Set("DEPLOYMENT", "CreateBatchFile", "False");
-    Set("DEPLOYMENT", "IncludeMDAC", "False");
-    Set("PRUNE", "DeleteADOrphans", "False");
-    Set("PRUNE", "DeleteAllNonNetworked", "False");
-    Set("SUPPORT", "DebugOn", "True");
   }
   IniFile& Set(const std::string& section, const std::string& key, const std::string& value) {
-    for (auto& [name, keys] : sections_) {
-      if (name != section) continue;
-      for (auto& [k, v] : keys) {
-        if (k == key) {
-          v = value;
-          return *this;
-        }
-      }
-      keys.emplace_back(key, value);
-      return *this;
-    }
-    sections_.push_back({section, {{key, value}}});
+    testini::IniFile::Set(section, key, value);
     return *this;
   }
-  std::string Text() const {
-    std::string text;
-    for (const auto& [name, keys] : sections_) {
-      text += "[" + name + "]\r\n";
-      for (const auto& [k, v] : keys) text += k + "=" + v + "\r\n";
-    }
-    return text;
-  }
-
- private:
-  std::vector<std::pair<std::string, std::vector<std::pair<std::string, std::string>>>> sections_;
 };
 
 class MoveNetworkPrintersTest : public SimFixture {

@@ -1025,6 +1025,33 @@ TEST_F(DefaultPrinterTest, GetClientDefaultPrinter_OtherPlatform_EmptyWithoutAWo
   EXPECT_TRUE(SpoolerCalls().empty());
 }
 
+TEST_F(DefaultPrinterTest, LongNameWithBlanksAndCommas_ReadAndSetWholeOnWindows9x) {
+  OnPlatform(1, 4);
+  const std::string name = "Floor 2, " + std::string(4000, 'x') + " , end";
+  machine["printers"] = json::array({Local(name, 0x4), Local("Desk")});
+  Prepare();
+  EXPECT_EQ(GetClientDefaultPrinter(), name);
+  std::string desk = "Desk";
+  SetClientDefaultPrinter(desk);
+  std::string again = name;
+  SetClientDefaultPrinter(again);
+  EXPECT_EQ(again, name);
+  EXPECT_EQ(gOutcomeText, Report({"Default Printer:" + name, "Set default printer: Desk",
+                                  "Set default printer: " + name}));
+  EXPECT_EQ(Transcript()["defaultAfter"], name);
+}
+
+TEST_F(DefaultPrinterTest, LongNameWithBlanksAndCommas_ReadAndSetWholeFromWindows2000On) {
+  const std::string queue = "queue, with blanks " + std::string(900, 'q');
+  machine["printers"] = json::array({Net("OLD", queue), Local("Desk")});
+  machine["defaultPrinter"] = "\\\\OLD\\" + queue;
+  Prepare();
+  EXPECT_EQ(GetClientDefaultPrinter(), "\\\\OLD\\" + queue);
+  std::string desk = "Desk";
+  SetClientDefaultPrinter(desk);
+  EXPECT_EQ(Transcript()["defaultAfter"], "Desk");
+}
+
 // ---------------------------------------------------------------------------
 // Setting the default printer
 

@@ -1,0 +1,599 @@
+#include "platform/sim/SimContext.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+using nlohmann::json;
+
+sim::SimPrinter Connection(const std::string& server, const std::string& queue) {
+  sim::SimPrinter p;
+  p.name = "\\\\" + server + "\\" + queue;
+  p.serverName = "\\\\" + server;
+  p.shareName = queue;
+  return p;
+}
+
+sim::SimPrinter Local(const std::string& name, const std::string& port = "LPT1:") {
+  sim::SimPrinter p;
+  p.name = name;
+  p.portName = port;
+  p.driverName = "Generic / Text Only";
+  return p;
+}
+
+class SimSpoolerTest : public ::testing::Test {
+ protected:
+  void SetUp() override { sim::SetCurrent(&context); }
+  void TearDown() override { sim::SetCurrent(nullptr); }
+
+  platform::Spooler& spooler() { return sim::SpoolerService(); }
+  sim::Machine& machine() { return context.machine; }
+  DWORD lastError() const { return context.lastError; }
+
+  HANDLE Open(const std::string& name) {
+    std::string text = name;
+    HANDLE handle = nullptr;
+    EXPECT_TRUE(spooler().OpenPrinterA(text.data(), &handle, nullptr)) << name;
+    return handle;
+  }
+
+  // GetPrinterA the way the engine calls it: sizing call, then the buffer.
+  std::vector<uint8_t> Info(HANDLE handle) {
+    DWORD needed = 0;
+    EXPECT_FALSE(spooler().GetPrinterA(handle, 2, nullptr, 0, &needed));
+    EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, lastError());
+    std::vector<uint8_t> buffer(needed);
+    EXPECT_TRUE(spooler().GetPrinterA(handle, 2, buffer.data(), needed, &needed));
+    EXPECT_EQ(0u, lastError());
+    return buffer;
+  }
+
+  static PRINTER_INFO_2A Record(const std::vector<uint8_t>& buffer, size_t index = 0) {
+    PRINTER_INFO_2A info;
+    std::memcpy(&info, buffer.data() + index * sizeof info, sizeof info);
+    return info;
+  }
+
+  std::vector<std::string> Names() const {
+    std::vector<std::string> names;
+    for (const sim::SimPrinter& p : context.machine.printers) names.push_back(p.name);
+    return names;
+  }
+
+  sim::Fault& AddFault(const std::string& call, const std::string& match, int64_t result,
+                       uint32_t error) {
+    sim::Fault f;
+    f.call = call;
+    if (!match.empty()) f.match = match;
+    f.result = result;
+    f.lastError = error;
+    machine().faults.push_back(f);
+    return machine().faults.back();
+  }
+
+  sim::Context context;
+};
+
+TEST_F(SimSpoolerTest, UserPrinters_GivesTheDeviceNamesInListOrder) {
+  machine().printers = {Connection("OLD", "laser"), Local("Fax"), Connection("OLD", "color")};
+  std::vector<std::string> names = {"stale"};
+  EXPECT_TRUE(spooler().UserPrinters(names));
+  EXPECT_EQ((std::vector<std::string>{"\\\\OLD\\laser", "Fax", "\\\\OLD\\color"}), names);
+}
+
+TEST_F(SimSpoolerTest, OpenPrinterA_NameInAnotherCase_GivesAHandle) {
+  machine().printers = {Connection("OLD", "laser")};
+  context.lastError = 99;
+  std::string name = "\\\\old\\LASER";
+  HANDLE handle = nullptr;
+  EXPECT_TRUE(spooler().OpenPrinterA(name.data(), &handle, nullptr));
+  EXPECT_NE(nullptr, handle);
+  EXPECT_EQ(0u, lastError());
+}
+
+TEST_F(SimSpoolerTest, OpenPrinterA_UnknownName_ClearsTheHandleAndLeaves1801) {
+  machine().printers = {Connection("OLD", "laser")};
+  HANDLE handle = Open("\\\\OLD\\laser");
+  std::string name = "\\\\OLD\\missing";
+  EXPECT_FALSE(spooler().OpenPrinterA(name.data(), &handle, nullptr));
+  EXPECT_EQ(nullptr, handle);
+  EXPECT_EQ(1801u, lastError());
+  EXPECT_FALSE(spooler().OpenPrinterA(nullptr, &handle, nullptr));
+  EXPECT_EQ(1801u, lastError());
+}
+
+TEST_F(SimSpoolerTest, GetPrinterA_SizingCall_Leaves122AndTheNeededSize) {
+  sim::SimPrinter p = Connection("OLD", "laser");
+  p.driverName = "HP";
+  p.comment = "c";
+  p.location = "l";
+  machine().printers = {p};
+  HANDLE handle = Open("\\\\OLD\\laser");
+  DWORD needed = 0;
+  EXPECT_FALSE(spooler().GetPrinterA(handle, 2, nullptr, 0, &needed));
+  EXPECT_EQ(122u, lastError());
+  // The record, then "\\OLD" "\\OLD\laser" "laser" "" "HP" "c" "l" "" "winprint"
+  // "RAW" "", each with its NUL.
+  EXPECT_EQ(sizeof(PRINTER_INFO_2A) + 6 + 12 + 6 + 1 + 3 + 2 + 2 + 1 + 9 + 4 + 1, needed);
+
+  std::vector<uint8_t> small(needed - 1);
+  DWORD again = 0;
+  EXPECT_FALSE(spooler().GetPrinterA(handle, 2, small.data(), needed - 1, &again));
+  EXPECT_EQ(122u, lastError());
+  EXPECT_EQ(needed, again);
+}
+
+TEST_F(SimSpoolerTest, GetPrinterA_Buffer_HoldsTheRecordAndThenTheStringsItPointsTo) {
+  sim::SimPrinter p = Connection("OLD", "laser");
+  p.portName = "Ne00:";
+  p.driverName = "HP LaserJet";
+  p.comment = "2nd floor";
+  p.location = "Room 12";
+  p.attributes = 0x210;
+  machine().printers = {p};
+  std::vector<uint8_t> buffer = Info(Open("\\\\OLD\\laser"));
+  PRINTER_INFO_2A info = Record(buffer);
+
+  const char* begin = reinterpret_cast<const char*>(buffer.data());
+  const char* strings = begin + sizeof(PRINTER_INFO_2A);
+  EXPECT_EQ(strings, info.pServerName);
+  EXPECT_STREQ("\\\\OLD", info.pServerName);
+  EXPECT_EQ(strings + 6, info.pPrinterName);
+  EXPECT_STREQ("\\\\OLD\\laser", info.pPrinterName);
+  EXPECT_STREQ("laser", info.pShareName);
+  EXPECT_STREQ("Ne00:", info.pPortName);
+  EXPECT_STREQ("HP LaserJet", info.pDriverName);
+  EXPECT_STREQ("2nd floor", info.pComment);
+  EXPECT_STREQ("Room 12", info.pLocation);
+  EXPECT_EQ(nullptr, info.pDevMode);
+  EXPECT_STREQ("", info.pSepFile);
+  EXPECT_STREQ("winprint", info.pPrintProcessor);
+  EXPECT_STREQ("RAW", info.pDatatype);
+  EXPECT_STREQ("", info.pParameters);
+  EXPECT_EQ(begin + buffer.size() - 1, info.pParameters);
+  EXPECT_EQ(nullptr, info.pSecurityDescriptor);
+  EXPECT_EQ(0x210u, info.Attributes);
+  EXPECT_EQ(1u, info.Priority);
+}
+
+TEST_F(SimSpoolerTest, GetPrinterA_LocalPrinter_NullOrEmptyServerName) {
+  sim::SimPrinter withNull = Local("Fax");
+  sim::SimPrinter withEmpty = Local("PDF");
+  withEmpty.serverName = "";
+  machine().printers = {withNull, withEmpty};
+  PRINTER_INFO_2A nullServer = Record(Info(Open("Fax")));
+  EXPECT_EQ(nullptr, nullServer.pServerName);
+  std::vector<uint8_t> buffer = Info(Open("PDF"));
+  PRINTER_INFO_2A emptyServer = Record(buffer);
+  EXPECT_EQ(reinterpret_cast<char*>(buffer.data()) + sizeof(PRINTER_INFO_2A), emptyServer.pServerName);
+  EXPECT_STREQ("", emptyServer.pServerName);
+}
+
+TEST_F(SimSpoolerTest, GetPrinterA_OtherLevelOrBadHandle_FailsWithItsCode) {
+  machine().printers = {Local("Fax")};
+  HANDLE handle = Open("Fax");
+  DWORD needed = 0;
+  EXPECT_FALSE(spooler().GetPrinterA(handle, 1, nullptr, 0, &needed));
+  EXPECT_EQ(124u, lastError());
+  EXPECT_FALSE(spooler().GetPrinterA(nullptr, 2, nullptr, 0, &needed));
+  EXPECT_EQ(6u, lastError());
+}
+
+TEST_F(SimSpoolerTest, ClosePrinter_HandleClosedOrNeverOpened_Leaves6) {
+  machine().printers = {Local("Fax")};
+  HANDLE handle = Open("Fax");
+  EXPECT_TRUE(spooler().ClosePrinter(handle));
+  EXPECT_EQ(0u, lastError());
+  EXPECT_FALSE(spooler().ClosePrinter(handle));
+  EXPECT_EQ(6u, lastError());
+  EXPECT_FALSE(spooler().ClosePrinter(nullptr));
+  EXPECT_EQ(6u, lastError());
+}
+
+TEST_F(SimSpoolerTest, SetPrinterA_Windows9x_DefaultBitMovesToThisPrinter) {
+  machine().platformId = 1;
+  machine().majorVersion = 4;
+  sim::SimPrinter laser = Local("laser", "\\\\SRV\\laser");
+  laser.attributes = 0x40;
+  sim::SimPrinter fax = Local("Fax");
+  fax.attributes = 0x44;
+  machine().printers = {fax, laser};
+  HANDLE handle = Open("LASER");
+  std::vector<uint8_t> buffer = Info(handle);
+  PRINTER_INFO_2A info = Record(buffer);
+  info.Attributes |= PRINTER_ATTRIBUTE_DEFAULT;
+  std::memcpy(buffer.data(), &info, sizeof info);
+
+  EXPECT_TRUE(spooler().SetPrinterA(handle, 2, buffer.data(), 0));
+  EXPECT_EQ(0u, lastError());
+  EXPECT_EQ(0x40u, machine().printers[0].attributes);
+  EXPECT_EQ(0x44u, machine().printers[1].attributes);
+  EXPECT_EQ(std::optional<std::string>("laser"), context.CurrentDefault());
+  EXPECT_EQ(json::parse(R"([{"call":"SetPrinterA","args":["LASER",2,68,0],"result":1,"lastError":0}])"),
+            context.spoolerCalls);
+}
+
+TEST_F(SimSpoolerTest, SetPrinterA_WindowsNT_TakesTheAttributesOnly) {
+  sim::SimPrinter fax = Local("Fax");
+  machine().printers = {fax};
+  machine().defaultPrinter = "Other";
+  HANDLE handle = Open("Fax");
+  std::vector<uint8_t> buffer = Info(handle);
+  PRINTER_INFO_2A info = Record(buffer);
+  info.Attributes = 0x244;
+  std::memcpy(buffer.data(), &info, sizeof info);
+  EXPECT_TRUE(spooler().SetPrinterA(handle, 2, buffer.data(), 0));
+  EXPECT_EQ(0x244u, machine().printers[0].attributes);
+  EXPECT_EQ(std::optional<std::string>("Other"), context.CurrentDefault());
+  EXPECT_FALSE(spooler().SetPrinterA(handle, 2, buffer.data(), 1));
+  EXPECT_EQ(87u, lastError());
+}
+
+TEST_F(SimSpoolerTest, EnumPrintersA_DefaultOnWindows9x_TwoPassesGiveThePrinter) {
+  machine().platformId = 1;
+  sim::SimPrinter laser = Local("laser");
+  laser.attributes = 0x44;
+  machine().printers = {Local("Fax"), laser};
+  DWORD needed = 0, returned = 7;
+  EXPECT_FALSE(spooler().EnumPrintersA(PRINTER_ENUM_DEFAULT, nullptr, 2, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(122u, lastError());
+  EXPECT_EQ(0u, returned);
+  EXPECT_EQ(sizeof(PRINTER_INFO_2A) + 6 + 1 + 6 + 20 + 1 + 1 + 1 + 9 + 4 + 1, needed);
+  std::vector<uint8_t> buffer(needed);
+  EXPECT_TRUE(spooler().EnumPrintersA(PRINTER_ENUM_DEFAULT, nullptr, 2, buffer.data(), needed, &needed,
+                                      &returned));
+  EXPECT_EQ(0u, lastError());
+  EXPECT_EQ(1u, returned);
+  EXPECT_STREQ("laser", Record(buffer).pPrinterName);
+}
+
+TEST_F(SimSpoolerTest, EnumPrintersA_NoDefaultOnWindows9x_GivesNothingAndSucceeds) {
+  machine().platformId = 1;
+  machine().printers = {Local("Fax")};
+  DWORD needed = 5, returned = 5;
+  EXPECT_TRUE(spooler().EnumPrintersA(PRINTER_ENUM_DEFAULT, nullptr, 2, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(0u, lastError());
+  EXPECT_EQ(0u, needed);
+  EXPECT_EQ(0u, returned);
+}
+
+TEST_F(SimSpoolerTest, EnumPrintersA_LocalAndConnections_RecordsFirstThenStrings) {
+  machine().printers = {Connection("OLD", "laser"), Local("Fax")};
+  DWORD needed = 0, returned = 0;
+  EXPECT_FALSE(spooler().EnumPrintersA(PRINTER_ENUM_LOCAL | PRINTER_ENUM_CONNECTIONS, nullptr, 2,
+                                       nullptr, 0, &needed, &returned));
+  EXPECT_EQ(122u, lastError());
+  std::vector<uint8_t> buffer(needed);
+  EXPECT_TRUE(spooler().EnumPrintersA(PRINTER_ENUM_LOCAL | PRINTER_ENUM_CONNECTIONS, nullptr, 2,
+                                      buffer.data(), needed, &needed, &returned));
+  EXPECT_EQ(2u, returned);
+  PRINTER_INFO_2A first = Record(buffer, 0), second = Record(buffer, 1);
+  EXPECT_EQ(reinterpret_cast<char*>(buffer.data()) + 2 * sizeof(PRINTER_INFO_2A), first.pServerName);
+  EXPECT_STREQ("\\\\OLD\\laser", first.pPrinterName);
+  EXPECT_EQ(nullptr, second.pServerName);
+  EXPECT_STREQ("Fax", second.pPrinterName);
+
+  EXPECT_FALSE(spooler().EnumPrintersA(PRINTER_ENUM_LOCAL, nullptr, 1, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(124u, lastError());
+}
+
+TEST_F(SimSpoolerTest, EnumPrintersA_LocalOnly_LeavesTheConnectionsOut) {
+  machine().printers = {Connection("OLD", "laser"), Local("Fax")};
+  DWORD needed = 0, returned = 0;
+  spooler().EnumPrintersA(PRINTER_ENUM_LOCAL, nullptr, 2, nullptr, 0, &needed, &returned);
+  std::vector<uint8_t> buffer(needed);
+  EXPECT_TRUE(spooler().EnumPrintersA(PRINTER_ENUM_LOCAL, nullptr, 2, buffer.data(), needed, &needed,
+                                      &returned));
+  EXPECT_EQ(1u, returned);
+  EXPECT_STREQ("Fax", Record(buffer).pPrinterName);
+}
+
+TEST_F(SimSpoolerTest, GetDefaultPrinterA_Windows2000On_GivesTheNameWithItsSize) {
+  machine().printers = {Connection("OLD", "laser")};
+  machine().defaultPrinter = "\\\\OLD\\laser";
+  std::string buffer(1024, ' ');
+  DWORD size = 1024;
+  EXPECT_TRUE(spooler().GetDefaultPrinterA(buffer.data(), &size));
+  EXPECT_EQ(0u, lastError());
+  EXPECT_EQ(12u, size);
+  EXPECT_STREQ("\\\\OLD\\laser", buffer.c_str());
+
+  char small[4];
+  size = 4;
+  EXPECT_FALSE(spooler().GetDefaultPrinterA(small, &size));
+  EXPECT_EQ(122u, lastError());
+  EXPECT_EQ(12u, size);
+}
+
+TEST_F(SimSpoolerTest, GetDefaultPrinterA_NoDefault_Leaves2) {
+  machine().printers = {Connection("OLD", "laser")};
+  std::string buffer(1024, ' ');
+  DWORD size = 1024;
+  EXPECT_FALSE(spooler().GetDefaultPrinterA(buffer.data(), &size));
+  EXPECT_EQ(2u, lastError());
+  EXPECT_EQ(std::string(1024, ' '), buffer);
+}
+
+TEST_F(SimSpoolerTest, GetDefaultPrinterA_WindowsNT4_ReadsTheDeviceKey) {
+  machine().majorVersion = 4;
+  machine().defaultPrinter = "ignored";
+  machine().winIni = {{"Windows", {{"device", "laser,winspool,Ne00:"}}}};
+  std::string buffer(1024, ' ');
+  DWORD size = 1024;
+  EXPECT_TRUE(spooler().GetDefaultPrinterA(buffer.data(), &size));
+  EXPECT_STREQ("laser", buffer.c_str());
+}
+
+TEST_F(SimSpoolerTest, SetDefaultPrinterA_UnknownPrinter_Leaves1801AndIsRecorded) {
+  machine().printers = {Connection("OLD", "laser")};
+  machine().defaultPrinter = "\\\\OLD\\laser";
+  EXPECT_FALSE(spooler().SetDefaultPrinterA("\\\\NEW\\laser"));
+  EXPECT_EQ(1801u, lastError());
+  EXPECT_EQ(std::optional<std::string>("\\\\OLD\\laser"), machine().defaultPrinter);
+  EXPECT_EQ(json::parse(R"([{"call":"SetDefaultPrinterA","args":["\\\\NEW\\laser"],"result":0,"lastError":1801}])"),
+            context.spoolerCalls);
+}
+
+TEST_F(SimSpoolerTest, SetDefaultPrinterA_EachGeneration_KeepsTheDefaultItsOwnWay) {
+  sim::SimPrinter laser = Local("laser", "Ne00:");
+  machine().printers = {Local("Fax"), laser};
+
+  EXPECT_TRUE(spooler().SetDefaultPrinterA("LASER"));
+  EXPECT_EQ(0u, lastError());
+  EXPECT_EQ(std::optional<std::string>("laser"), machine().defaultPrinter);
+
+  machine().majorVersion = 4;
+  EXPECT_TRUE(spooler().SetDefaultPrinterA("laser"));
+  ASSERT_EQ(1u, machine().winIni.size());
+  EXPECT_EQ("Windows", machine().winIni[0].first);
+  EXPECT_EQ((std::vector<std::pair<std::string, std::string>>{{"device", "laser,winspool,Ne00:"}}),
+            machine().winIni[0].second);
+  EXPECT_EQ(std::optional<std::string>("laser"), context.CurrentDefault());
+
+  machine().platformId = 1;
+  machine().printers[0].attributes = 0x4;
+  EXPECT_TRUE(spooler().SetDefaultPrinterA("laser"));
+  EXPECT_EQ(0u, machine().printers[0].attributes);
+  EXPECT_EQ(0x4u, machine().printers[1].attributes);
+}
+
+TEST_F(SimSpoolerTest, SetDefaultPrinterA_NoName_KeepsADefaultThatIsSet) {
+  machine().printers = {Local("Fax"), Local("laser")};
+  machine().defaultPrinter = "laser";
+  EXPECT_TRUE(spooler().SetDefaultPrinterA(nullptr));
+  EXPECT_EQ(std::optional<std::string>("laser"), machine().defaultPrinter);
+  machine().defaultPrinter.reset();
+  EXPECT_TRUE(spooler().SetDefaultPrinterA(""));
+  EXPECT_EQ(std::optional<std::string>("Fax"), machine().defaultPrinter);
+}
+
+TEST_F(SimSpoolerTest, AddPrinterConnectionA_QueueOfAKnownServer_AddsTheConnectionAtTheEnd) {
+  machine().printers = {Local("Fax")};
+  machine().printServers["NEW"].queues = {"laser", "color"};
+  std::string name = "\\\\new\\Laser";
+  EXPECT_TRUE(spooler().AddPrinterConnectionA(name.data()));
+  EXPECT_EQ(0u, lastError());
+  ASSERT_EQ(2u, machine().printers.size());
+  const sim::SimPrinter& added = machine().printers[1];
+  EXPECT_EQ("\\\\new\\Laser", added.name);
+  EXPECT_EQ(std::optional<std::string>("\\\\new"), added.serverName);
+  EXPECT_EQ("Laser", added.shareName);
+  EXPECT_EQ("", added.portName);
+  EXPECT_EQ(0u, added.attributes);
+  EXPECT_EQ(json::parse(R"([{"call":"AddPrinterConnectionA","args":["\\\\new\\Laser"],"result":1,"lastError":0}])"),
+            context.spoolerCalls);
+}
+
+TEST_F(SimSpoolerTest, AddPrinterConnectionA_ConnectionTheUserHas_SucceedsAndChangesNothing) {
+  machine().printServers["NEW"].queues = {"laser"};
+  machine().printers = {Connection("NEW", "laser"), Local("Fax")};
+  std::string name = "\\\\NEW\\LASER";
+  EXPECT_TRUE(spooler().AddPrinterConnectionA(name.data()));
+  EXPECT_EQ(0u, lastError());
+  EXPECT_EQ((std::vector<std::string>{"\\\\NEW\\laser", "Fax"}), Names());
+}
+
+TEST_F(SimSpoolerTest, AddPrinterConnectionA_UnknownServerQueueOrForm_Leaves1801) {
+  machine().printServers["NEW"].queues = {"laser"};
+  for (std::string name : {"\\\\OTHER\\laser", "\\\\NEW\\color", "NEW\\laser", "\\\\NEW", "\\\\NEW\\",
+                           "\\\\\\laser", "\\\\NEW\\laser\\x", ""}) {
+    EXPECT_FALSE(spooler().AddPrinterConnectionA(name.data())) << name;
+    EXPECT_EQ(1801u, lastError()) << name;
+  }
+  EXPECT_TRUE(machine().printers.empty());
+  EXPECT_EQ(8u, context.spoolerCalls.size());
+}
+
+TEST_F(SimSpoolerTest, DeletePrinterConnectionA_ConnectionInAnotherCase_RemovesIt) {
+  machine().printers = {Connection("OLD", "laser"), Connection("OLD", "color")};
+  std::string name = "\\\\old\\LASER";
+  EXPECT_TRUE(spooler().DeletePrinterConnectionA(name.data()));
+  EXPECT_EQ(0u, lastError());
+  EXPECT_EQ((std::vector<std::string>{"\\\\OLD\\color"}), Names());
+  EXPECT_EQ(json::parse(R"([{"call":"DeletePrinterConnectionA","args":["\\\\old\\LASER"],"result":1,"lastError":0}])"),
+            context.spoolerCalls);
+}
+
+TEST_F(SimSpoolerTest, DeletePrinterConnectionA_NoSuchConnection_Leaves1801) {
+  machine().printers = {Local("\\\\OLD\\laser")};
+  std::string name = "\\\\OLD\\laser";
+  EXPECT_FALSE(spooler().DeletePrinterConnectionA(name.data()));
+  EXPECT_EQ(1801u, lastError());
+  EXPECT_EQ(1u, machine().printers.size());
+}
+
+TEST_F(SimSpoolerTest, DeletePrinterConnectionA_TheDefaultPrinter_LeavesNoDefault) {
+  machine().printers = {Connection("OLD", "laser"), Local("Fax")};
+  machine().defaultPrinter = "\\\\OLD\\laser";
+  std::string name = "\\\\OLD\\laser";
+  EXPECT_TRUE(spooler().DeletePrinterConnectionA(name.data()));
+  EXPECT_EQ(std::nullopt, machine().defaultPrinter);
+}
+
+TEST_F(SimSpoolerTest, DeletePrinter_OpenHandle_RemovesThePrinterAndTheHandleStillCloses) {
+  machine().printers = {Local("Fax"), Local("PDF")};
+  std::string name = "fax";
+  PRINTER_DEFAULTSA defaults{nullptr, nullptr, PRINTER_ALL_ACCESS};
+  HANDLE handle = nullptr;
+  ASSERT_TRUE(spooler().OpenPrinterA(name.data(), &handle, &defaults));
+  EXPECT_TRUE(spooler().DeletePrinter(handle));
+  EXPECT_EQ(0u, lastError());
+  EXPECT_EQ((std::vector<std::string>{"PDF"}), Names());
+  DWORD needed = 0;
+  EXPECT_FALSE(spooler().GetPrinterA(handle, 2, nullptr, 0, &needed));
+  EXPECT_EQ(1905u, lastError());
+  EXPECT_FALSE(spooler().DeletePrinter(handle));
+  EXPECT_EQ(1905u, lastError());
+  EXPECT_TRUE(spooler().ClosePrinter(handle));
+  EXPECT_EQ(json::parse(R"([{"call":"DeletePrinter","args":["fax"],"result":1,"lastError":0},
+                            {"call":"DeletePrinter","args":["fax"],"result":0,"lastError":1905}])"),
+            context.spoolerCalls);
+}
+
+TEST_F(SimSpoolerTest, AddPrinterDriverA_NewAndInstalledDriver_AddsOnceThen1795) {
+  machine().drivers = {"Generic / Text Only"};
+  std::string name = "HP LaserJet 4", environment = "Windows 4.0", path = "C:\\Windows\\system32\\hp.dll";
+  DRIVER_INFO_2A info{1024, name.data(), environment.data(), path.data(), path.data(), path.data()};
+  EXPECT_TRUE(spooler().AddPrinterDriverA(nullptr, 2, reinterpret_cast<LPBYTE>(&info)));
+  EXPECT_EQ(0u, lastError());
+  EXPECT_EQ((std::vector<std::string>{"Generic / Text Only", "HP LaserJet 4"}), machine().drivers);
+  EXPECT_FALSE(spooler().AddPrinterDriverA(nullptr, 2, reinterpret_cast<LPBYTE>(&info)));
+  EXPECT_EQ(1795u, lastError());
+  EXPECT_EQ(2u, machine().drivers.size());
+  EXPECT_EQ(json::parse(R"([{"call":"AddPrinterDriverA","args":[null,2,"HP LaserJet 4"],"result":1,"lastError":0},
+                            {"call":"AddPrinterDriverA","args":[null,2,"HP LaserJet 4"],"result":0,"lastError":1795}])"),
+            context.spoolerCalls);
+}
+
+class SimSpoolerAddPrinterTest : public SimSpoolerTest {
+ protected:
+  HANDLE Add(const std::string& printer, const std::string& port, const std::string& driver) {
+    name = printer;
+    portName = port;
+    driverName = driver;
+    PRINTER_INFO_2A info;
+    std::memset(&info, 0, sizeof info);
+    info.pPrinterName = name.data();
+    info.pPortName = portName.data();
+    info.pDriverName = driverName.data();
+    info.pComment = comment.data();
+    info.pPrintProcessor = processor.data();
+    info.pDatatype = datatype.data();
+    info.Attributes = PRINTER_ATTRIBUTE_LOCAL;
+    return spooler().AddPrinterA(nullptr, 2, reinterpret_cast<LPBYTE>(&info));
+  }
+  std::string name, portName, driverName, comment = "Adding using Zandolin", processor = "WinPrint",
+                                               datatype = "RAW";
+};
+
+TEST_F(SimSpoolerAddPrinterTest, AddPrinterA_KnownDriverAndPort_AddsALocalPrinterAndGivesAHandle) {
+  machine().drivers = {"HP LaserJet 4"};
+  HANDLE handle = Add("Accounting", "lpt1:", "hp laserjet 4");
+  EXPECT_NE(nullptr, handle);
+  EXPECT_EQ(0u, lastError());
+  ASSERT_EQ(1u, machine().printers.size());
+  const sim::SimPrinter& p = machine().printers[0];
+  EXPECT_EQ("Accounting", p.name);
+  EXPECT_EQ(std::nullopt, p.serverName);
+  EXPECT_EQ("lpt1:", p.portName);
+  EXPECT_EQ("hp laserjet 4", p.driverName);
+  EXPECT_EQ("Adding using Zandolin", p.comment);
+  EXPECT_EQ(0x40u, p.attributes);
+  EXPECT_STREQ("Accounting", Record(Info(handle)).pPrinterName);
+  EXPECT_TRUE(spooler().ClosePrinter(handle));
+  EXPECT_EQ(json::parse(R"([{"call":"AddPrinterA","args":[null,2,"Accounting","lpt1:","hp laserjet 4"],"result":1,"lastError":0}])"),
+            context.spoolerCalls);
+}
+
+TEST_F(SimSpoolerAddPrinterTest, AddPrinterA_MissingDriverPortOrExistingName_FailsWithItsCode) {
+  machine().drivers = {"HP LaserJet 4"};
+  machine().printers = {Local("Accounting")};
+  EXPECT_EQ(nullptr, Add("Sales", "LPT1:", "Unknown driver"));
+  EXPECT_EQ(1797u, lastError());
+  EXPECT_EQ(nullptr, Add("Sales", "\\\\SRV\\sales", "HP LaserJet 4"));
+  EXPECT_EQ(1796u, lastError());
+  EXPECT_EQ(nullptr, Add("accounting", "LPT1:", "HP LaserJet 4"));
+  EXPECT_EQ(1802u, lastError());
+  EXPECT_EQ((std::vector<std::string>{"Accounting"}), Names());
+  EXPECT_EQ("Generic / Text Only", machine().printers[0].driverName);
+}
+
+TEST_F(SimSpoolerTest, AddPortA_NewPort_AddsTheThirdArgument) {
+  std::string port = "\\\\SRV\\laser";
+  EXPECT_TRUE(spooler().AddPortA(nullptr, nullptr, port.data()));
+  EXPECT_EQ(0u, lastError());
+  EXPECT_EQ((std::vector<std::string>{"LPT1:", "FILE:", "\\\\SRV\\laser"}), machine().ports);
+  std::string again = "\\\\srv\\LASER";
+  EXPECT_FALSE(spooler().AddPortA(nullptr, nullptr, again.data()));
+  EXPECT_EQ(183u, lastError());
+  EXPECT_EQ(3u, machine().ports.size());
+  EXPECT_EQ(json::parse(R"([{"call":"AddPortA","args":[null,"\\\\SRV\\laser"],"result":1,"lastError":0},
+                            {"call":"AddPortA","args":[null,"\\\\srv\\LASER"],"result":0,"lastError":183}])"),
+            context.spoolerCalls);
+}
+
+TEST_F(SimSpoolerTest, Fault_SkipOne_FailsTheSecondGetPrinterAOnThatPrinterOnly) {
+  machine().printers = {Connection("OLD", "laser"), Connection("OLD", "color")};
+  sim::Fault& fault = AddFault("GetPrinterA", "\\\\OLD\\LASER", 0, 5);
+  fault.skip = 1;
+  fault.times = 1;
+  HANDLE color = Open("\\\\OLD\\color");
+  HANDLE laser = Open("\\\\OLD\\laser");
+  DWORD needed = 0;
+  EXPECT_FALSE(spooler().GetPrinterA(color, 2, nullptr, 0, &needed));
+  EXPECT_EQ(122u, lastError());
+  EXPECT_FALSE(spooler().GetPrinterA(laser, 2, nullptr, 0, &needed));
+  EXPECT_EQ(122u, lastError());
+  std::vector<uint8_t> buffer(needed);
+  EXPECT_FALSE(spooler().GetPrinterA(laser, 2, buffer.data(), needed, &needed));
+  EXPECT_EQ(5u, lastError());
+  EXPECT_TRUE(spooler().GetPrinterA(laser, 2, buffer.data(), needed, &needed));
+  EXPECT_EQ(0u, lastError());
+  EXPECT_EQ(3, machine().faults[0].seen);
+  EXPECT_EQ(1, machine().faults[0].fired);
+}
+
+TEST_F(SimSpoolerTest, Fault_OnOpenPrinterA_GivesNoHandle) {
+  machine().printers = {Local("Fax")};
+  AddFault("OpenPrinterA", "", 0, 5);
+  std::string name = "Fax";
+  HANDLE handle = reinterpret_cast<HANDLE>(0x1234);
+  EXPECT_FALSE(spooler().OpenPrinterA(name.data(), &handle, nullptr));
+  EXPECT_EQ(nullptr, handle);
+  EXPECT_EQ(5u, lastError());
+}
+
+TEST_F(SimSpoolerTest, Fault_OnAChange_DoesNothingButIsRecordedWithItsResult) {
+  machine().printers = {Connection("OLD", "laser")};
+  AddFault("DeletePrinterConnectionA", "\\\\old\\laser", 1, 1801);
+  std::string name = "\\\\OLD\\laser";
+  EXPECT_TRUE(spooler().DeletePrinterConnectionA(name.data()));
+  EXPECT_EQ(1801u, lastError());
+  EXPECT_EQ(1u, machine().printers.size());
+  EXPECT_EQ(json::parse(R"([{"call":"DeletePrinterConnectionA","args":["\\\\OLD\\laser"],"result":1,"lastError":1801}])"),
+            context.spoolerCalls);
+}
+
+TEST_F(SimSpoolerTest, Fault_OnUserPrinters_GivesNoList) {
+  machine().printers = {Local("Fax")};
+  AddFault("UserPrinters", "", 0, 0);
+  std::vector<std::string> names;
+  EXPECT_FALSE(spooler().UserPrinters(names));
+  EXPECT_TRUE(names.empty());
+}
+
+TEST_F(SimSpoolerTest, Fault_MatchingTheDriverName_FailsAddPrinterDriverA) {
+  AddFault("AddPrinterDriverA", "HP LaserJet 4", 0, 5);
+  std::string name = "HP LaserJet 4";
+  DRIVER_INFO_2A info{1024, name.data(), nullptr, nullptr, nullptr, nullptr};
+  EXPECT_FALSE(spooler().AddPrinterDriverA(nullptr, 2, reinterpret_cast<LPBYTE>(&info)));
+  EXPECT_EQ(5u, lastError());
+  EXPECT_TRUE(machine().drivers.empty());
+}
+
+}  // namespace
