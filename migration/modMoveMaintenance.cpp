@@ -5,6 +5,7 @@
 #include "diagnostics/modProgress.h"
 #include "engine/Runtime.h"
 #include "engine/modClientPrinters.h"
+#include "migration/modMoveADPrinters.h"
 #include "notification/modNotification.h"
 #include "printers/modPrinterAPIs.h"
 
@@ -182,5 +183,35 @@ void PruneLocalPrinters() {
   }
 }
 
-// Placeholder body until directory orphan pruning lands.
-void PruneADOrphans() {}
+void PruneADOrphans() {
+  WriteSectionHeader("* ----- Maintenance Prune All Orphaned Active Directory Printers ----- *");
+
+  for (int i = 1; i <= UBound(gClientPrinters); ++i) {
+    const ClientPrinter printer = gClientPrinters[i];
+    bool found = false;
+    for (int j = 1; j <= UBound(gDirectoryPrinters); ++j) {
+      const DirectoryPrinter& entry = gDirectoryPrinters[j];
+      if (EqualsNoCase(entry.ShareName, printer.QueueName) ||
+          EqualsNoCase(entry.PrinterName, printer.QueueName)) {
+        WriteDebug(">> Found a printer match <<");
+        WriteDebug(">> Printer share names (Client/AD): " + printer.QueueName + " \\ " +
+                   entry.ShareName);
+        WriteDebug(">> Printer names (Client/AD): " + printer.QueueName + " \\ " +
+                   entry.PrinterName);
+        // Unlike the migration's, this server test heeds case.
+        if (BareServer(printer) == entry.ServerName) {
+          WriteDebug(">> Found a server match <<");
+          WriteDebug(">> Server names (Client/AD): " + printer.ServerName + " \\ " +
+                     entry.ServerName);
+          found = true;
+          break;
+        }
+      }
+      UpdateProgress("");
+    }
+    if (!printer.ServerName.empty() && !found && !printer.QueueName.empty()) {
+      RemoveNetworkPrinter(printer.ServerName + "\\" + printer.QueueName);
+    }
+    UpdateProgress("");
+  }
+}

@@ -81,6 +81,17 @@ Failure CheckWritable(Context& c, const ResolvedPath& path) {
   return {};
 }
 
+// A name that ends in a separator names a folder, which cannot be opened as a
+// file: 75 when the folder is there, 76 when it is not.
+Failure FolderNameFailure(Context& c, const std::string& windowsPath) {
+  if (windowsPath.empty() || (windowsPath.back() != '\\' && windowsPath.back() != '/')) return {};
+  ResolvedPath path = c.Resolve(windowsPath);
+  std::error_code ec;
+  if (path.status == ResolvedPath::kOk && fs::is_directory(path.host, ec))
+    return StandardFailure(platform::kErrPathFileAccess);
+  return StandardFailure(platform::kErrPathNotFound);
+}
+
 bool WriteAll(int fd, const char* data, size_t size, off_t offset, bool positioned) {
   size_t done = 0;
   while (done < size) {
@@ -143,6 +154,7 @@ class SimFiles : public platform::Files {
   Failure AppendText(const std::string& windowsPath, const std::string& content) override {
     Context& c = Current();
     if (const Fault* f = c.TakeFault("AppendText", windowsPath)) return StandardFailure(f->lastError);
+    if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = CheckWritable(c, path); f.failed()) return f;
     int fd = open(path.host.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
@@ -159,6 +171,7 @@ class SimFiles : public platform::Files {
   Failure ReplaceText(const std::string& windowsPath, const std::string& content) override {
     Context& c = Current();
     if (const Fault* f = c.TakeFault("ReplaceText", windowsPath)) return StandardFailure(f->lastError);
+    if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = CheckWritable(c, path); f.failed()) return f;
     static std::atomic<unsigned> counter{0};
@@ -187,6 +200,7 @@ class SimFiles : public platform::Files {
   Failure WriteBinary(const std::string& windowsPath, const std::vector<uint8_t>& bytes) override {
     Context& c = Current();
     if (const Fault* f = c.TakeFault("WriteBinary", windowsPath)) return StandardFailure(f->lastError);
+    if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = CheckWritable(c, path); f.failed()) return f;
     int fd = open(path.host.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
@@ -211,6 +225,7 @@ class SimFiles : public platform::Files {
       return StandardFailure(fs::is_directory(from.host.parent_path(), ec) ? platform::kErrFileNotFound
                                                                            : platform::kErrPathNotFound);
     }
+    if (Failure f = FolderNameFailure(c, target); f.failed()) return f;
     ResolvedPath to = c.Resolve(target);
     if (Failure f = CheckWritable(c, to); f.failed()) return f;
     std::ifstream in(from.host, std::ios::binary);

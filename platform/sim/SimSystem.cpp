@@ -179,11 +179,17 @@ class SimSystem : public platform::System {
   // valid UTF-8 sequence stands for the code point of its value.
   std::u16string AnsiToUtf16(const std::string& text) override {
     Context& c = Current();
-    if (c.TakeFault("AnsiToUtf16", text)) return u"";
+    if (c.TakeFault("AnsiToUtf16", std::string())) return u"";
     std::u16string out;
+    out.reserve(text.size());
     size_t i = 0;
     while (i < text.size()) {
       unsigned char b = static_cast<unsigned char>(text[i]);
+      if (b < 0x80) {
+        out += static_cast<char16_t>(b);
+        ++i;
+        continue;
+      }
       size_t n = b < 0x80 ? 0 : (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2 : (b & 0xF8) == 0xF0 ? 3 : 99;
       uint32_t cp = n == 0 ? b : n == 1 ? (b & 0x1Fu) : n == 2 ? (b & 0x0Fu) : (b & 0x07u);
       if (n == 99) n = 0;
