@@ -35,19 +35,21 @@
 // A high byte at random mostly gives a character of a script found nowhere
 // else in the text. So when the text of the largest valid length holds a
 // character that stands alone in its script (Latin letters and the
-// punctuation of the Western code page never count as alone), and d[L] of a
-// shorter valid length L lies in that character, the reader takes L
-// instead, and goes on the same way from there.
+// punctuation of the Western code page never count as alone; the signs of
+// the Latin-1 block, such as ° or £, do), and d[L] of a shorter valid
+// length L lies in that character, the reader takes L instead, and goes on
+// the same way from there.
 //
 // Limitation: the format has no length, no marker and no check sum, so a
 // tail whose first byte happens to make an ordinary character cannot be
 // told apart from the log itself. For a log in Latin script this happens
-// about three times in four when L is a multiple of four (d[L] then makes a
-// character of U+0000..U+00FF, of which only the controls give it away) and
-// seldom otherwise. The reader then returns the longer text, with a piece of
-// the older run in its middle, and reports nothing dropped. The other way
-// round, a log whose back half holds the only character of some script (a
-// single Chinese character in an English log) may be taken as ending there.
+// about twice in three when L is a multiple of four (d[L] then makes a
+// character of U+0000..U+00FF, of which only the controls and the Latin-1
+// signs give it away) and seldom otherwise. The reader then returns the
+// longer text, with a piece of the older run in its middle, and reports
+// nothing dropped. The other way round, a log whose back half holds the only
+// character of some script (a single Chinese character, or a single ° sign,
+// in an English log) may be taken as ending there.
 #include "app/DebugFileReader.h"
 
 #include <array>
@@ -78,9 +80,13 @@ bool PairOk(uint16_t x, uint16_t y) {
 }
 
 // The script group of a unit for the stray-character test; -1 for the
-// characters that may well stand alone.
+// characters that may well stand alone in a log.
 constexpr int kGroups = 16 + 256;
 int GroupOf(uint16_t u) {
+  // The signs of the Latin-1 block (the letters and ª º µ · count as Latin).
+  if ((u >= 0xA0 && u <= 0xBF && u != 0xAA && u != 0xB5 && u != 0xB7 && u != 0xBA) || u == 0xD7 ||
+      u == 0xF7)
+    return 8;
   // Latin, and the punctuation and symbols of the Western code page.
   if (u < 0x0370 || (u >= 0x1E00 && u <= 0x1EFF) || u == 0xFFFD || u == 0xFEFF) return -1;
   switch (u) {
@@ -114,7 +120,7 @@ class StrayCounter {
   void Add(uint16_t u) { Change(u, +1); }
   void AddAll(const uint16_t* units, size_t count) {
     for (size_t i = 0; i < count; ++i)
-      if (units[i] >= 0x0370) Change(units[i], +1);
+      if (units[i] >= 0xA0) Change(units[i], +1);
   }
   void Remove(uint16_t u) { Change(u, -1); }
   bool AnyStray() const { return strays_ > 0; }

@@ -32,7 +32,9 @@ bool ReadFile(const std::string& path, std::vector<uint8_t>& bytes, std::string&
   }
   uint8_t chunk[1 << 16];
   size_t got;
-  while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0) bytes.insert(bytes.end(), chunk, chunk + got);
+  errno = 0;
+  while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0)
+    bytes.insert(bytes.end(), chunk, chunk + got);
   bool failed = std::ferror(file) != 0;
   if (failed) error = std::strerror(errno ? errno : EIO);
   std::fclose(file);
@@ -62,10 +64,10 @@ int main(int argc, char** argv) {
   if (std::fwrite(decoded.text.data(), 1, decoded.text.size(), stdout) != decoded.text.size() ||
       std::fflush(stdout) != 0)
     return Fail("cannot write standard output");
-  if (decoded.droppedBytes > 0)
-    std::fprintf(stderr,
-                 "zandolin-debug: %s: dropped %zu bytes at the end, the tail of an older, longer "
-                 "run\n",
-                 path.c_str(), decoded.droppedBytes);
+  if (decoded.droppedBytes > 0) {
+    std::string note = path + ": dropped " + std::to_string(decoded.droppedBytes) +
+                       " bytes at the end, the tail of an older, longer run";
+    std::fprintf(stderr, "zandolin-debug: %s\n", note.c_str());
+  }
   return 0;
 }

@@ -44,7 +44,7 @@ void Main() {
 // The process lives on after Main while a form of the engine is loaded.
 void RunEngineProcess() {
   Main();
-  while (LoadedFormCount() > 0) Sys().ui->DoEvents();
+  while (LoadedFormCount() > 0) Sys().ui->WaitForEvents();
 }
 
 void ResetProcessState() {

@@ -6,6 +6,7 @@
 #include "engine/Runtime.h"
 #include "engine/modClientPrinters.h"
 #include "engine/modMain.h"
+#include "notification/frmWinsockContainer.h"
 #include "notification/modEventLog.h"
 
 std::string gOutcomeText;
@@ -102,9 +103,23 @@ void WriteNotificationFile() {
   }
 }
 
-// The e-mail session comes with the SMTP client; until then the channel
-// sends nothing.
-void StartSMTPSession() {}
+// Loads the hidden form and starts the connection; the dialogue runs in the
+// form's handlers. The wait counts loaded forms: with the progress window on
+// it lasts until the hidden form is unloaded, with it off it ends at once and
+// the session runs on after Main.
+void StartSMTPSession() {
+  const INIDocumentRecord& d = INIDocument;
+  WriteDebug(">> Sending nofication via STMP, server (port): " + d.SMTPServerNameOrIP + "(" +
+             d.ServerPort + ")");
+  LoadWinsockContainerForm();
+  const platform::Failure failure =
+      Sys().sockets->Connect(frmWinsockContainer.wnsMain, d.SMTPServerNameOrIP, d.ServerPort);
+  if (failure.failed()) RaiseFatal(failure.Number, failure.Description);
+  for (;;) {
+    if (LoadedFormCount() == 1) return;
+    Sys().ui->DoEvents();
+  }
+}
 
 // Aborts the run and reports the pending error in the outcome text.
 void ReportErrorOutcome(const std::string& Text) {

@@ -11,7 +11,7 @@ packages=(
   libgtest-dev libgmock-dev nlohmann-json3-dev
   libldap-dev slapd ldap-utils
   python3 python3-aiosmtpd
-  xvfb xdotool imagemagick x11-apps
+  xvfb xdotool imagemagick x11-apps fonts-wine
 )
 
 missing=()

@@ -130,6 +130,14 @@ TEST(DebugFileReaderTest, DecodeDebugFile_SingleCharacterOfItsScriptInTheFrontHa
   EXPECT_EQ(0u, decoded.droppedBytes);
 }
 
+TEST(DebugFileReaderTest, DecodeDebugFile_SingleAccentedLetterInTheBackHalf_IsKept) {
+  std::string log = Log(Lines(">> Found networked printer: \\\\OLD\\p", 30) + ">> Added networked printer: \\\\NEW\\Büro\r\n" +
+                        Lines(">> Removed networked printer: \\\\OLD\\p", 10));
+  DecodedDebugFile decoded = MustDecode(Encode(log));
+  EXPECT_EQ(log, decoded.text);
+  EXPECT_EQ(0u, decoded.droppedBytes);
+}
+
 // An independent reading of a file whose log length is known: undo the sum,
 // then put every byte back where the interleaving took it from.
 std::string PlainDecode(const std::vector<uint8_t>& file, size_t length) {

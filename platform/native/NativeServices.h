@@ -56,8 +56,19 @@ std::string TextAfterProgramName(const char* commandLine);
 // last backslash, with a backslash kept only behind a drive ("C:\").
 std::string FolderOfPath(const std::string& path);
 
-// The hidden message-only window that receives timer ticks (and, later,
-// socket events) for the event pump.
+// The hidden message-only window that receives timer ticks and socket
+// events for the event pump.
 HWND MessageWindow();
+
+// The message with which Winsock reports a socket's network events to
+// MessageWindow(): the socket in wParam, event and error in lParam.
+constexpr UINT kSocketMessage = WM_APP + 1;
+// Keeps one such report for the pump.
+void QueueSocketMessage(WPARAM socket, LPARAM message);
+// Whether socket events wait to be delivered.
+bool SocketEventsPending();
+// Hands the waiting socket events to their owners; only the pump calls it.
+// True when an event reached its owner.
+bool DeliverSocketEvents();
 
 }  // namespace platform::native

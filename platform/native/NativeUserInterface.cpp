@@ -5,10 +5,18 @@
 //===----------------------------------------------------------------------===//
 //
 // Rules of this file:
-// - Everything runs on the engine's one thread. Timer ticks reach their owner
-//   only inside DoEvents(): a tick that the system delivers elsewhere (in the
-//   modal loop of a message box, say) is kept and handed over at the next
-//   pump.
+// - Everything runs on the engine's one thread. Timer ticks and socket events
+//   reach their owner only inside the pump (DoEvents(), WaitForEvents()): what
+//   the system delivers elsewhere (in the modal loop of a message box, say) is
+//   kept and handed over at the next pump.
+// - A pump looks at the message queue at most once per tick of the system
+//   clock (GetTickCount), unless something is already waiting here or the
+//   window asked to be painted: the progress pulse pumps once per step, and
+//   asking the system for messages costs far more than the step itself. A
+//   pump in between only delivers what is kept here, and that costs nothing.
+// - WaitForEvents() sleeps in MsgWaitForMultipleObjects until input of any
+//   kind (a message, a timer tick, a socket event, a paint) arrives, so that
+//   a process that outlives Main waits without keeping a core busy.
 // - The progress window never repaints synchronously: a redraw only marks it
 //   invalid (once until the next paint), and the pump paints at most once
 //   every kPaintIntervalMs, because the engine makes one progress statement
@@ -32,6 +40,8 @@ namespace platform::native {
 namespace {
 
 constexpr DWORD kPaintIntervalMs = 40;
+// The longest idle wait; the pump runs a round after it even if nothing came.
+constexpr DWORD kIdleWaitMs = 1000;
 
 constexpr const char* kEventWindowClass = "ZandolinEngineEvents";
 constexpr const char* kProgressWindowClass = "ZandolinEngineProgress";
@@ -101,32 +111,25 @@ class NativeUserInterface final : public UserInterface {
   NativeUserInterface() { gInterface = this; }
 
   int MessageBox(const std::string& text, const std::string& title, UINT style) override {
+    // The box's own loop paints the progress window while it waits: let the
+    // bar stand where the engine has put it.
+    ApplyPendingBarMove();
     return ::MessageBoxA(nullptr, text.c_str(), title.c_str(), style | MB_SETFOREGROUND);
   }
 
-  void DoEvents() override {
-    ++pumpDepth_;
-    DeliverPendingTicks();
-    const DWORD now = ::GetTickCount();
-    const bool paintDue = now - lastPaint_ >= kPaintIntervalMs;
-    if (paintDue) {
-      lastPaint_ = now;
-      ApplyPendingBarMove();
-      progress_.invalidated = false;  // this round paints what was marked
+  void DoEvents() override { Pump(false); }
+
+  void WaitForEvents() override {
+    if (!Waiting()) {
+      typedef DWORD(WINAPI * WaitExFn)(DWORD, const HANDLE*, DWORD, DWORD, DWORD);
+      static const auto waitEx = reinterpret_cast<WaitExFn>(reinterpret_cast<void*>(
+          ::GetProcAddress(::GetModuleHandleA("user32.dll"), "MsgWaitForMultipleObjectsEx")));
+      if (waitEx)
+        waitEx(0, nullptr, kIdleWaitMs, QS_ALLINPUT, MWMO_INPUTAVAILABLE);
+      else
+        ::MsgWaitForMultipleObjects(0, nullptr, FALSE, kIdleWaitMs, QS_ALLINPUT);
     }
-    // Between paint rounds only input, posted and sent messages (timers
-    // included) are taken; paints wait for their round.
-    static const bool filtersSupported = QueueFiltersSupported();
-    const UINT filter = paintDue || !filtersSupported
-                            ? 0
-                            : (PM_QS_INPUT | PM_QS_POSTMESSAGE | PM_QS_SENDMESSAGE);
-    MSG message;
-    while (::PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE | filter)) {
-      if (message.message == WM_QUIT) continue;
-      ::TranslateMessage(&message);
-      ::DispatchMessageA(&message);
-    }
-    --pumpDepth_;
+    Pump(true);
   }
 
   int CreateTimer(TimerEvents* owner, DWORD intervalMs, bool enabled) override {
@@ -213,6 +216,7 @@ class NativeUserInterface final : public UserInterface {
     ApplyPendingBarMove();
     ::ShowWindow(progress_.window, SW_SHOWNORMAL);
     ::SetForegroundWindow(progress_.window);
+    paintAsked_ = true;
   }
 
   void SetProgressLabel(const std::string& text) override {
@@ -224,6 +228,9 @@ class NativeUserInterface final : public UserInterface {
     if (!progress_.bar) return;
     ::SendMessageA(progress_.bar, PBM_SETRANGE32, 0, maximum);
     ::SendMessageA(progress_.bar, PBM_SETPOS, static_cast<WPARAM>(value), 0);
+    // The start and the finish are each followed by a sleep without pumping:
+    // the next pump paints, so that the window shows them meanwhile.
+    paintAsked_ = true;
   }
 
   void MoveProgressBar(int value) override {
@@ -246,10 +253,18 @@ class NativeUserInterface final : public UserInterface {
   void TimerTick(UINT_PTR id) {
     auto found = timers_.find(static_cast<int>(id));
     if (found == timers_.end() || !found->second.enabled) return;
-    if (pumpDepth_ > 0)
+    if (pumpDepth_ > 0) {
       found->second.owner->OnTimer();
-    else
+    } else if (!found->second.pending) {
       found->second.pending = true;
+      ++ticksKept_;
+    }
+  }
+
+  // A socket's report: kept, and handed on at once inside the pump.
+  void SocketMessage(WPARAM socket, LPARAM message) {
+    QueueSocketMessage(socket, message);
+    if (pumpDepth_ > 0) DeliverSocketEvents();
   }
 
   // The progress window went away (closed by the user): forget its handles.
@@ -274,7 +289,44 @@ class NativeUserInterface final : public UserInterface {
   }
 
  private:
+  // Whether ticks or socket events wait here for the pump.
+  bool Waiting() const { return ticksKept_ > 0 || SocketEventsPending(); }
+
+  // One round: what was kept, then the messages in the queue once. A round
+  // that is not full looks at the queue only when the clock has moved on
+  // since the last look, and paints only every kPaintIntervalMs.
+  void Pump(bool full) {
+    const DWORD now = ::GetTickCount();
+    if (!full && now == lastLook_ && !paintAsked_ && !Waiting()) return;
+    lastLook_ = now;
+    ++pumpDepth_;
+    DeliverPendingTicks();
+    DeliverSocketEvents();
+    const bool paintDue = full || paintAsked_ || now - lastPaint_ >= kPaintIntervalMs;
+    if (paintDue) {
+      lastPaint_ = now;
+      paintAsked_ = false;
+      ApplyPendingBarMove();
+      progress_.invalidated = false;  // this round paints what was marked
+    }
+    // Between paint rounds only input, posted and sent messages (timers and
+    // socket events included) are taken; paints wait for their round.
+    static const bool filtersSupported = QueueFiltersSupported();
+    const UINT filter = paintDue || !filtersSupported
+                            ? 0
+                            : (PM_QS_INPUT | PM_QS_POSTMESSAGE | PM_QS_SENDMESSAGE);
+    MSG message;
+    while (::PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE | filter)) {
+      if (message.message == WM_QUIT) continue;
+      ::TranslateMessage(&message);
+      ::DispatchMessageA(&message);
+    }
+    --pumpDepth_;
+  }
+
   void DeliverPendingTicks() {
+    if (ticksKept_ == 0) return;
+    ticksKept_ = 0;
     std::vector<int> due;
     for (auto& [id, slot] : timers_)
       if (slot.pending && slot.enabled) due.push_back(id);
@@ -295,6 +347,9 @@ class NativeUserInterface final : public UserInterface {
 
   int pumpDepth_ = 0;
   DWORD lastPaint_ = 0;
+  DWORD lastLook_ = 0;
+  bool paintAsked_ = false;
+  int ticksKept_ = 0;  // ticks that arrived outside the pump
   int nextTimer_ = 1;
   std::map<int, TimerSlot> timers_;
   ProgressWindow progress_;
@@ -305,6 +360,10 @@ class NativeUserInterface final : public UserInterface {
 LRESULT CALLBACK EventWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
   if (message == WM_TIMER && gInterface) {
     gInterface->TimerTick(wParam);
+    return 0;
+  }
+  if (message == kSocketMessage && gInterface) {
+    gInterface->SocketMessage(wParam, lParam);
     return 0;
   }
   return ::DefWindowProcA(window, message, wParam, lParam);

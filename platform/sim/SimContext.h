@@ -53,6 +53,16 @@ struct SimTimer {
   std::chrono::steady_clock::time_point due;
 };
 
+// A host socket descriptor, closed when its owner goes (SimSockets.cpp).
+struct HostSocket {
+  int fd = -1;
+  HostSocket() = default;
+  HostSocket(HostSocket&& other) noexcept : fd(other.fd) { other.fd = -1; }
+  HostSocket& operator=(HostSocket&& other) noexcept;
+  ~HostSocket() { Reset(); }
+  void Reset();
+};
+
 struct SimSocket {
   platform::SocketEvents* owner = nullptr;
   int state = platform::kSocketClosed;
@@ -61,6 +71,9 @@ struct SimSocket {
   bool errorPending = false;           // an error event waits for the pump
   int32_t errorNumber = 0;
   std::string errorDescription;
+  HostSocket connection;               // the real TCP connection to the peer
+  std::string inbox;                   // received and not yet taken by GetData
+  std::string outbox;                  // given to SendData and not yet taken by the host
 };
 
 struct ProgressRecord {

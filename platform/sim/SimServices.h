@@ -4,6 +4,7 @@
 
 #include "platform/Platform.h"
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -21,6 +22,8 @@ platform::Directory& DirectoryService();
 
 // Delivers pending socket events inside DoEvents; true when any ran.
 bool PumpSocketEvents();
+// Waits until a socket event may be pending, or for at most limit.
+void WaitForSocketEvents(std::chrono::steady_clock::duration limit);
 
 // Every service of the simulated platform.
 platform::ServiceSet SimulatedServices();

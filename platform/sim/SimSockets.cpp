@@ -1,25 +1,154 @@
-// The socket layer of the simulated client. No peer is reachable yet: a
-// connection is refused, as by a host where nothing listens on the port,
-// and the refusal arrives as an error event inside the pump.
+// The socket layer of the simulated client: real non-blocking TCP
+// connections from this host to the peer named, served the way the socket
+// control serves them. Connect, DataArrival and Error reach their owner only
+// inside the pump; State numbers the connection as the control does (0
+// closed, 6 connecting, 7 connected, 8 closing after the peer closed, 9 after
+// an error).
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
+#include <arpa/inet.h>
+#include <cerrno>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <ctime>
+
 namespace sim {
+
+void HostSocket::Reset() {
+  if (fd >= 0) ::close(fd);
+  fd = -1;
+}
+
+HostSocket& HostSocket::operator=(HostSocket&& other) noexcept {
+  if (this != &other) {
+    Reset();
+    fd = other.fd;
+    other.fd = -1;
+  }
+  return *this;
+}
 
 namespace {
 
 using platform::Failure;
 
+constexpr int32_t kErrBadState = 40006;
+constexpr int32_t kErrInvalidArg = 40014;
+constexpr int32_t kErrOutOfRange = 40021;
+constexpr int32_t kErrNetworkUnreachable = 10051;
+constexpr int32_t kErrConnectAborted = 10053;
+constexpr int32_t kErrConnectionReset = 10054;
+constexpr int32_t kErrTimedOut = 10060;
 constexpr int32_t kErrConnectionRefused = 10061;
-constexpr int32_t kErrWrongState = 40006;
+constexpr int32_t kErrHostNotFound = 11001;
 
+constexpr size_t kReceiveChunk = 65536;
+
+// The socket control's own numbers and texts.
 Failure SocketFailure(int32_t number) {
   switch (number) {
-    case kErrConnectionRefused: return {number, "Connection is forcibly rejected"};
-    case kErrWrongState:
+    case kErrBadState:
       return {number, "Wrong protocol or connection state for the requested transaction or request"};
+    case kErrInvalidArg:
+      return {number, "The argument passed to a function was not in the correct format or in the specified range"};
+    case kErrOutOfRange: return {number, "Argument is out of range"};
+    case kErrNetworkUnreachable: return {number, "The network cannot be reached from this host at this time"};
+    case kErrConnectAborted: return {number, "Connection is aborted due to timeout or other failure"};
+    case kErrConnectionReset: return {number, "The connection is reset by remote side"};
+    case kErrTimedOut: return {number, "The attempt to connect timed out"};
+    case kErrConnectionRefused: return {number, "Connection is forcefully rejected"};
+    case kErrHostNotFound: return {number, "Authoritative answer: Host not found"};
     default: return StandardFailure(number);
   }
+}
+
+// The control's error for a failure of the host's socket calls.
+int32_t ErrorForErrno(int error) {
+  switch (error) {
+    case ECONNREFUSED: return kErrConnectionRefused;
+    case ECONNRESET:
+    case EPIPE: return kErrConnectionReset;
+    case ETIMEDOUT: return kErrTimedOut;
+    case ENETUNREACH:
+    case EHOSTUNREACH: return kErrNetworkUnreachable;
+    default: return kErrConnectAborted;
+  }
+}
+
+// An error event waits for the next pump; the connection is gone.
+void QueueError(SimSocket& s, int32_t number) {
+  Failure f = SocketFailure(number);
+  s.errorPending = true;
+  s.errorNumber = f.Number;
+  s.errorDescription = f.Description;
+  s.outbox.clear();
+}
+
+std::string& TranscriptText(Context& c, const SimSocket& s, const char* field) {
+  return c.sockets[s.transcriptIndex][field].get_ref<std::string&>();
+}
+
+// Hands what the host will take of the outbox to the connection.
+void Flush(SimSocket& s) {
+  while (!s.outbox.empty() && s.connection.fd >= 0) {
+    ssize_t n = ::send(s.connection.fd, s.outbox.data(), s.outbox.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (n > 0) {
+      s.outbox.erase(0, static_cast<size_t>(n));
+    } else if (n < 0 && errno == EINTR) {
+      continue;
+    } else {
+      if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) QueueError(s, ErrorForErrno(errno));
+      return;
+    }
+  }
+}
+
+// Ends the connection: what is still to be sent goes first (for at most a
+// second), what the peer sent and nobody took is dropped, so that the peer
+// sees an orderly close.
+void EndConnection(SimSocket& s) {
+  if (s.connection.fd >= 0 && !s.outbox.empty() && s.state != platform::kSocketConnecting) {
+    timespec start{};
+    clock_gettime(CLOCK_MONOTONIC, &start);
+    for (;;) {
+      Flush(s);
+      if (s.outbox.empty() || s.errorPending) break;
+      timespec now{};
+      clock_gettime(CLOCK_MONOTONIC, &now);
+      if (now.tv_sec - start.tv_sec >= 1) break;
+      pollfd p{s.connection.fd, POLLOUT, 0};
+      ::poll(&p, 1, 50);
+    }
+  }
+  if (s.connection.fd >= 0) {
+    char scrap[4096];
+    while (::recv(s.connection.fd, scrap, sizeof scrap, MSG_DONTWAIT) > 0) {
+    }
+  }
+  s.connection.Reset();
+  s.outbox.clear();
+  s.inbox.clear();
+}
+
+// The port as the control takes it: a whole number with blanks around it.
+// 0 when it is no number, -1 when it is out of range.
+long ParsePort(const std::string& text) {
+  size_t first = text.find_first_not_of(' ');
+  size_t last = text.find_last_not_of(' ');
+  if (first == std::string::npos) return 0;
+  std::string digits = text.substr(first, last - first + 1);
+  long value = 0;
+  for (char ch : digits) {
+    if (ch < '0' || ch > '9') return 0;
+    value = value * 10 + (ch - '0');
+    if (value > 65535) return -1;
+  }
+  return value;
 }
 
 class SimSockets : public platform::Sockets {
@@ -35,7 +164,10 @@ class SimSockets : public platform::Sockets {
   void DestroySocket(int socket) override {
     Context& c = Current();
     if (c.TakeFault("DestroySocket", "")) return;
-    c.socketTable.erase(socket);
+    auto it = c.socketTable.find(socket);
+    if (it == c.socketTable.end()) return;
+    EndConnection(it->second);
+    c.socketTable.erase(it);
   }
 
   Failure Connect(int socket, const std::string& host, const std::string& port) override {
@@ -43,18 +175,48 @@ class SimSockets : public platform::Sockets {
     if (const Fault* f = c.TakeFault("Connect", host)) return SocketFailure(static_cast<int32_t>(f->lastError));
     auto it = c.socketTable.find(socket);
     if (it == c.socketTable.end() || it->second.state != platform::kSocketClosed)
-      return SocketFailure(kErrWrongState);
+      return SocketFailure(kErrBadState);
     SimSocket& s = it->second;
     s.host = host;
     s.port = port;
     s.sent.clear();
     s.received.clear();
+    s.inbox.clear();
+    s.outbox.clear();
+    s.errorPending = false;
     s.state = platform::kSocketConnecting;
-    s.errorPending = true;
-    s.errorNumber = kErrConnectionRefused;
-    s.errorDescription = SocketFailure(kErrConnectionRefused).Description;
     s.transcriptIndex = static_cast<int>(c.sockets.size());
     c.sockets.push_back(nlohmann::json{{"host", host}, {"port", port}, {"sent", ""}, {"received", ""}});
+
+    long number = ParsePort(port);
+    if (number <= 0) {
+      QueueError(s, number == 0 ? kErrInvalidArg : kErrOutOfRange);
+      return {};
+    }
+    addrinfo hints{};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    if (::getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || !found) {
+      QueueError(s, kErrHostNotFound);
+      return {};
+    }
+    sockaddr_in address = *reinterpret_cast<sockaddr_in*>(found->ai_addr);
+    ::freeaddrinfo(found);
+    address.sin_port = htons(static_cast<uint16_t>(number));
+
+    s.connection.fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (s.connection.fd < 0) {
+      QueueError(s, ErrorForErrno(errno));
+      return {};
+    }
+    if (::connect(s.connection.fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 &&
+        errno != EINPROGRESS) {
+      int error = errno;
+      s.connection.Reset();
+      QueueError(s, ErrorForErrno(error));
+    }
+    // Connected at once or not: the Connect event comes with the pump.
     return {};
   }
 
@@ -62,17 +224,25 @@ class SimSockets : public platform::Sockets {
     Context& c = Current();
     if (const Fault* f = c.TakeFault("SendData", data)) return SocketFailure(static_cast<int32_t>(f->lastError));
     auto it = c.socketTable.find(socket);
-    if (it == c.socketTable.end() || it->second.state != platform::kSocketConnected)
-      return SocketFailure(kErrWrongState);
-    it->second.sent += data;
-    c.sockets[it->second.transcriptIndex]["sent"] = it->second.sent;
+    if (it == c.socketTable.end() ||
+        (it->second.state != platform::kSocketConnected && it->second.state != platform::kSocketClosing))
+      return SocketFailure(kErrBadState);
+    SimSocket& s = it->second;
+    TranscriptText(c, s, "sent") += data;
+    if (s.errorPending) return {};
+    s.outbox += data;
+    Flush(s);
     return {};
   }
 
   std::string GetData(int socket) override {
     Context& c = Current();
     if (c.TakeFault("GetData", "")) return "";
-    return "";
+    auto it = c.socketTable.find(socket);
+    if (it == c.socketTable.end()) return "";
+    std::string data;
+    data.swap(it->second.inbox);
+    return data;
   }
 
   void Close(int socket) override {
@@ -80,13 +250,19 @@ class SimSockets : public platform::Sockets {
     if (c.TakeFault("Close", "")) return;
     auto it = c.socketTable.find(socket);
     if (it == c.socketTable.end()) return;
+    EndConnection(it->second);
     it->second.state = platform::kSocketClosed;
     it->second.errorPending = false;
   }
 
   int State(int socket) override {
     Context& c = Current();
-    if (const Fault* f = c.TakeFault("State", "")) return static_cast<int>(f->result);
+    // Asking the state is no work of its own: a loop that only asks it and
+    // pumps is waiting.
+    bool idle = c.boundaryCalls == c.callsAtLastPump;
+    const Fault* f = c.TakeFault("State", "");
+    if (idle) c.callsAtLastPump = c.boundaryCalls;
+    if (f) return static_cast<int>(f->result);
     auto it = c.socketTable.find(socket);
     return it == c.socketTable.end() ? platform::kSocketClosed : it->second.state;
   }
@@ -100,23 +276,99 @@ class SimSockets : public platform::Sockets {
   }
 };
 
+// One event of one socket, if one is due; true when an event ran. The
+// owner's handler may pump again and destroy the socket, so nothing of it is
+// touched after the handler is called.
+bool PumpOne(Context& c, int id) {
+  auto it = c.socketTable.find(id);
+  if (it == c.socketTable.end()) return false;
+  SimSocket& s = it->second;
+  platform::SocketEvents* owner = s.owner;
+  if (!s.outbox.empty()) Flush(s);
+
+  if (s.errorPending) {
+    s.errorPending = false;
+    s.state = platform::kSocketError;
+    s.connection.Reset();
+    int32_t number = s.errorNumber;
+    std::string description = s.errorDescription;
+    if (owner) owner->OnError(number, description);
+    return true;
+  }
+  if (s.connection.fd < 0) return false;
+
+  if (s.state == platform::kSocketConnecting) {
+    pollfd p{s.connection.fd, POLLOUT, 0};
+    if (::poll(&p, 1, 0) <= 0) return false;
+    int error = 0;
+    socklen_t size = sizeof error;
+    if (::getsockopt(s.connection.fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0) error = errno;
+    if (error == 0) {
+      s.state = platform::kSocketConnected;
+      if (owner) owner->OnConnect();
+    } else {
+      Failure f = SocketFailure(ErrorForErrno(error));
+      s.state = platform::kSocketError;
+      s.connection.Reset();
+      s.outbox.clear();
+      if (owner) owner->OnError(f.Number, f.Description);
+    }
+    return true;
+  }
+
+  if (s.state != platform::kSocketConnected) return false;
+  char buffer[kReceiveChunk];
+  ssize_t n = ::recv(s.connection.fd, buffer, sizeof buffer, MSG_DONTWAIT);
+  if (n > 0) {
+    s.inbox.append(buffer, static_cast<size_t>(n));
+    TranscriptText(c, s, "received").append(buffer, static_cast<size_t>(n));
+    long total = static_cast<long>(s.inbox.size());
+    if (owner) owner->OnDataArrival(total);
+    return true;
+  }
+  if (n == 0) {
+    // The peer closed its side.
+    s.state = platform::kSocketClosing;
+    return true;
+  }
+  if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) return false;
+  QueueError(s, ErrorForErrno(errno));
+  return false;   // the error event comes with the next pump
+}
+
 }  // namespace
 
 bool PumpSocketEvents() {
   Context& c = Current();
-  std::vector<int> ids;
-  for (const auto& [id, socket] : c.socketTable)
-    if (socket.errorPending) ids.push_back(id);
-  for (int id : ids) {
-    auto it = c.socketTable.find(id);
-    if (it == c.socketTable.end() || !it->second.errorPending) continue;
-    it->second.errorPending = false;
-    it->second.state = platform::kSocketError;
-    int32_t number = it->second.errorNumber;
-    std::string description = it->second.errorDescription;
-    if (it->second.owner) it->second.owner->OnError(number, description);
+  if (c.socketTable.empty()) return false;
+  int ids[16];
+  size_t count = 0;
+  for (const auto& entry : c.socketTable) {
+    if (count == sizeof ids / sizeof ids[0]) break;
+    ids[count++] = entry.first;
   }
-  return !ids.empty();
+  bool happened = false;
+  for (size_t i = 0; i < count; ++i) happened = PumpOne(c, ids[i]) || happened;
+  return happened;
+}
+
+void WaitForSocketEvents(std::chrono::steady_clock::duration limit) {
+  Context& c = Current();
+  pollfd fds[16];
+  nfds_t count = 0;
+  for (const auto& [id, s] : c.socketTable) {
+    if (s.errorPending) return;
+    if (s.connection.fd < 0 || count == sizeof fds / sizeof fds[0]) continue;
+    short events = 0;
+    if (s.state == platform::kSocketConnecting) events = POLLOUT;
+    if (s.state == platform::kSocketConnected) events = POLLIN;
+    if (!s.outbox.empty() && s.state != platform::kSocketConnecting) events |= POLLOUT;
+    if (events) fds[count++] = pollfd{s.connection.fd, events, 0};
+  }
+  if (limit < std::chrono::steady_clock::duration::zero()) limit = std::chrono::steady_clock::duration::zero();
+  auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(limit).count();
+  timespec timeout{static_cast<time_t>(ns / 1000000000), static_cast<long>(ns % 1000000000)};
+  ::ppoll(count ? fds : nullptr, count, &timeout, nullptr);
 }
 
 platform::Sockets& SocketsService() {

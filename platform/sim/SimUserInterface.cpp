@@ -4,7 +4,7 @@
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
-#include <thread>
+#include <algorithm>
 
 namespace sim {
 
@@ -20,6 +20,57 @@ HWND const kProgressWindow = reinterpret_cast<HWND>(static_cast<uintptr_t>(0x200
 Clock::duration WallInterval(const Context& c, uint32_t intervalMs) {
   auto ms = static_cast<int64_t>(c.machine.timerIntervalMs) * intervalMs / 1000;
   return std::chrono::milliseconds(ms);
+}
+
+// The longest a waiting pump sleeps before it looks again.
+constexpr auto kLongestIdle = std::chrono::milliseconds(100);
+
+// Runs the ticks that are due, one a timer; true when any ran.
+bool RunDueTimers(Context& c) {
+  if (c.timers.empty()) return false;
+  int due[16];
+  size_t count = 0;
+  auto now = Clock::now();
+  for (const auto& [id, timer] : c.timers)
+    if (timer.enabled && now >= timer.due && count < sizeof due / sizeof due[0]) due[count++] = id;
+  for (size_t i = 0; i < count; ++i) {
+    // An earlier handler may have stopped or destroyed this timer.
+    auto it = c.timers.find(due[i]);
+    if (it == c.timers.end() || !it->second.enabled) continue;
+    it->second.due = Clock::now() + WallInterval(c, it->second.intervalMs);
+    c.elapsedMs += it->second.intervalMs;
+    it->second.owner->OnTimer();
+  }
+  return count > 0;
+}
+
+// Sleeps until a socket may have news, the next tick is due or the run's
+// limit has passed, whichever comes first, and never longer than
+// kLongestIdle.
+void IdleWait(Context& c) {
+  auto now = Clock::now();
+  Clock::duration wait = kLongestIdle;
+  for (const auto& [id, timer] : c.timers)
+    if (timer.enabled) wait = std::min(wait, timer.due - now);
+  if (c.deadline != Clock::time_point::max())
+    wait = std::min(wait, c.deadline - now + std::chrono::milliseconds(1));
+  if (wait <= Clock::duration::zero()) return;
+  WaitForSocketEvents(wait);
+}
+
+// One round of the pump: due ticks, then socket events. A waiting caller
+// that finds nothing to do sleeps until something may have happened and
+// looks once more.
+void Round(Context& c, bool mayWait) {
+  bool happened = RunDueTimers(c);
+  happened = PumpSocketEvents() || happened;
+  if (!happened && mayWait) {
+    IdleWait(c);
+    happened = RunDueTimers(c);
+    happened = PumpSocketEvents() || happened;
+  }
+  c.CheckDeadline();
+  c.callsAtLastPump = c.boundaryCalls;
 }
 
 class SimUserInterface : public platform::UserInterface {
@@ -40,27 +91,16 @@ class SimUserInterface : public platform::UserInterface {
       c.callsAtLastPump = c.boundaryCalls;
       return;
     }
-    bool happened = false;
-    std::vector<int> ids;
-    for (const auto& [id, timer] : c.timers) ids.push_back(id);
-    for (int id : ids) {
-      auto it = c.timers.find(id);
-      if (it == c.timers.end() || !it->second.enabled || Clock::now() < it->second.due) continue;
-      it->second.due = Clock::now() + WallInterval(c, it->second.intervalMs);
-      c.elapsedMs += it->second.intervalMs;
-      happened = true;
-      it->second.owner->OnTimer();
+    Round(c, waiting);
+  }
+
+  void WaitForEvents() override {
+    Context& c = Current();
+    if (c.TakeFault("WaitForEvents", "")) {
+      c.callsAtLastPump = c.boundaryCalls;
+      return;
     }
-    happened = PumpSocketEvents() || happened;
-    if (!happened && waiting) {
-      // Idle: give the core away until the next tick is due, briefly.
-      Clock::duration pause = std::chrono::milliseconds(2);
-      for (const auto& [id, timer] : c.timers)
-        if (timer.enabled) pause = std::min(pause, std::max(Clock::duration::zero(), timer.due - Clock::now()));
-      if (pause > Clock::duration::zero()) std::this_thread::sleep_for(pause);
-    }
-    c.CheckDeadline();
-    c.callsAtLastPump = c.boundaryCalls;
+    Round(c, true);
   }
 
   int CreateTimer(platform::TimerEvents* owner, DWORD intervalMs, bool enabled) override {

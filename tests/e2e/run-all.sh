@@ -8,6 +8,8 @@
 # temporary folder and shared by all scripts (test-*.sh beside this file, or
 # the ones named), in order. Each check prints one line; the closing line
 # says "N passed, M failed". The exit status is 0 only when all passed.
+# Pictures of the screen go to E2E_OUT (default: zandolin-e2e-pictures in
+# the temporary folder).
 set -uo pipefail
 
 if [ $# -lt 2 ]; then
@@ -39,6 +41,10 @@ E2E_TMP=$(mktemp -d "${TMPDIR:-/tmp}/zandolin-e2e.XXXXXX")
 export E2E_EXE E2E_DEBUG E2E_TMP
 export E2E_RESULTS="$E2E_TMP/results"
 : >"$E2E_RESULTS"
+# Pictures of the screen taken by the tests, for a person to look at; they
+# stay after the run.
+export E2E_OUT=${E2E_OUT:-${TMPDIR:-/tmp}/zandolin-e2e-pictures}
+mkdir -p "$E2E_OUT"
 
 # One prefix for the whole run, no display (a message box returns at once),
 # English regional settings, and Wine's own messages off unless a script

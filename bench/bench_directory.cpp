@@ -1,0 +1,139 @@
+// Directory-driven migration at its limits: 200 network printers of the user
+// against 32 767 print queues in the directory, the most its list holds,
+// with the progress window on so that every printer and queue pair pulses
+// the bar. Every printer finds its queue on another server and moves; the
+// orphan prune then walks the directory again for each printer of the
+// refreshed list. Prints the time the engine took, phase by phase.
+#include "config/modINIDocument.h"
+#include "diagnostics/modDebug.h"
+#include "engine/modClientPrinters.h"
+#include "engine/modINIFile.h"
+#include "engine/modMain.h"
+#include "migration/modMoveADPrinters.h"
+#include "migration/modMoveMaintenance.h"
+#include "notification/modNotification.h"
+#include "platform/sim/Simulator.h"
+#include "printers/modPrinterAPIs.h"
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+namespace {
+
+constexpr int kPrinters = 200;
+constexpr int kQueues = 32767;
+
+std::string Queue(int i) {
+  char name[16];
+  std::snprintf(name, sizeof name, "q%05d", i);
+  return name;
+}
+
+}  // namespace
+
+int main() {
+  const fs::path folder = fs::temp_directory_path() / "zandolin-bench-directory";
+  fs::remove_all(folder);
+  fs::create_directories(folder / "files" / "C" / "Deploy");
+
+  // The queues stand on NEW; the user's printers, spread over the whole
+  // list, are still connected to OLD.
+  json queues = json::array();
+  std::vector<std::string> published;
+  for (int i = 0; i < kQueues; ++i) {
+    published.push_back(Queue(i));
+    queues.push_back({{"name", "NEW-" + Queue(i)}, {"printShareName", {Queue(i)}}});
+  }
+  json printers = json::array();
+  for (int i = 0; i < kPrinters; ++i) {
+    const std::string queue = Queue(i * (kQueues / kPrinters));
+    printers.push_back(
+        {{"name", "\\\\OLD\\" + queue}, {"serverName", "\\\\OLD"}, {"shareName", queue}});
+  }
+  json machine = {{"printers", printers},
+                  {"printServers", {{"NEW", {{"queues", published}}}}},
+                  {"directory",
+                   {{"domain", "corp.example.com"},
+                    {"namingContext", "DC=corp,DC=example,DC=com"},
+                    {"printQueues", queues}}}};
+  std::ofstream(folder / "machine.json") << machine.dump() << "\n";
+
+  const std::string ini =
+      "[GENERAL]\r\nUseActiveDirectory=True\r\nUseManualDefinitions=False\r\nAlwaysRun=True\r\n"
+      "ShowProgress=True\r\n"
+      "[ACTIVE DIRECTORY]\r\nDomainName=corp.example.com\r\n"
+      "[NOTIFICATION SMTP]\r\nUseSMTP=False\r\n"
+      "[NOTIFICATION FILE OUTPUT]\r\nUseFileOutput=False\r\nIncludeComputerName=False\r\n"
+      "IncludeOutcome=False\r\nWriteToEventLog=False\r\n"
+      "[NOTIFICATION CLIENT POP-UP]\r\nUseClientPopup=False\r\nUseSuccessClientPopup=False\r\n"
+      "UseFailureClientPopup=False\r\n"
+      "[DEPLOYMENT]\r\nCreateWebLaunchPage=False\r\nCreateBatchFile=False\r\nIncludeMDAC=False\r\n"
+      "[PRUNE]\r\nDeleteADOrphans=False\r\nDeleteAllNonNetworked=False\r\n"
+      "[SET_DEFAULT]\r\nDefaultType=1\r\n"
+      "[SUPPORT]\r\nDebugOn=True\r\n";
+  std::ofstream(folder / "files" / "C" / "Deploy" / "bench.ini", std::ios::binary) << ini;
+
+  std::unique_ptr<sim::Client> client = sim::Client::Load(folder);
+  ResetProcessState();
+  client->Install();
+
+  using Clock = std::chrono::steady_clock;
+  const auto ms = [](auto a, auto b) {
+    return std::chrono::duration<double, std::milli>(b - a).count();
+  };
+
+  INIDocument.DebugOn = true;
+  AbortStatus = false;
+  OperationsSucceeded = true;
+  INIFilePath = "C:\\Deploy\\bench.ini";
+  LoadINIDocument();
+  GetClientPrinters(true);
+  gDefaultPrinterName = GetClientDefaultPrinter();
+
+  // The three steps of MoveADPrinters, timed one by one.
+  const auto start = Clock::now();
+  GetADPrinters();
+  const auto queried = Clock::now();
+  MigrateADPrinters();
+  const auto migrated = Clock::now();
+  RunMaintenance();
+  const auto maintained = Clock::now();
+
+  const json transcript = client->Transcript();
+  const size_t entries = gDirectoryPrinters.size() - 1;
+  const size_t clients = gClientPrinters.size() - 1;
+  const size_t pairs = static_cast<size_t>(kPrinters) * entries;
+
+  std::printf("client printers:          %d\n", kPrinters);
+  std::printf("directory queues:         %zu\n", entries);
+  std::printf("printer/queue pairs:      %zu\n", pairs);
+  std::printf("GetADPrinters:            %.1f ms\n", ms(start, queried));
+  std::printf("MigrateADPrinters:        %.1f ms (%.1f ns a pair)\n", ms(queried, migrated),
+              1e6 * ms(queried, migrated) / static_cast<double>(pairs));
+  std::printf("RunMaintenance:           %.1f ms (refresh and orphan prune)\n",
+              ms(migrated, maintained));
+  std::printf("engine time, all three:   %.1f ms\n", ms(start, maintained));
+  std::printf("progress steps:           %s\n", transcript["progress"]["steps"].dump().c_str());
+  std::printf("spooler calls:            %zu\n", transcript["spoolerCalls"].size());
+  std::printf("printers after:           %zu (refreshed list: %zu)\n",
+              transcript["printersAfter"].size(), clients);
+  std::printf("outcome text:             %zu characters; debug log: %zu characters\n",
+              gOutcomeText.size(), gDebugBuffer.size());
+
+  client.reset();
+  fs::remove_all(folder);
+  const bool ok = entries == static_cast<size_t>(kQueues) &&
+                  transcript["spoolerCalls"].size() == 2 * static_cast<size_t>(kPrinters) &&
+                  !AbortStatus;
+  if (!ok) std::fprintf(stderr, "unexpected result: the directory or the moves are not what was set up\n");
+  return ok ? 0 : 1;
+}
