@@ -10,7 +10,6 @@
 #include "notification/modNotification.h"
 #include "printers/modPrinterAPIs.h"
 
-#include <cstdint>
 #include <string>
 
 std::vector<DirectoryPrinter> gDirectoryPrinters(1);
@@ -20,45 +19,29 @@ namespace {
 // The list's index is a signed 16-bit number: no entry stands above this.
 constexpr int kLastDirectoryIndex = 32767;
 
-constexpr int32_t kErrInvalidProcedureCall = 5;
-constexpr int32_t kErrInvalidUseOfNull = 94;
-
 // The client's server without its two leading backslashes, the form in which
 // the directory names servers.
 std::string BareServer(const ClientPrinter& printer) {
   return printer.ServerName.size() > 2 ? printer.ServerName.substr(2) : std::string();
 }
 
-// A failure inside the record loop: it stays pending, nothing looks at it.
-void KeepPending(int32_t number, const char* description) {
-  Err.Number = number;
-  Err.Description = description;
-}
-
 // Fills one slot from a row. The name is cut at its first hyphen: the server
 // in front, the printer behind. Each field is set by its own statement, and a
-// statement that fails leaves its field as it was.
+// statement that fails is skipped and leaves its field as it was: a missing
+// name sets neither field, a name without a hyphen only the printer (the
+// server's cut, of length minus one, fails), a missing share name no share.
+// Nothing looks at these failures.
 void FillDirectoryPrinter(DirectoryPrinter& entry, const platform::DirectoryRow& row) {
-  if (!row.hasName) {
-    // A missing name has no value to cut: both statements fail.
-    KeepPending(kErrInvalidUseOfNull, "Invalid use of Null");
-  } else {
+  if (row.hasName) {
     const size_t hyphen = row.name.find('-');
     if (hyphen == std::string::npos) {
-      // No hyphen: the printer is the whole name, and the server's cut, of
-      // length minus one, fails.
       entry.PrinterName = row.name;
-      KeepPending(kErrInvalidProcedureCall, "Invalid procedure call or argument");
     } else {
       entry.PrinterName = row.name.substr(hyphen + 1);
       entry.ServerName = row.name.substr(0, hyphen);
     }
   }
-  if (row.printShareName.empty()) {
-    KeepPending(kErrInvalidUseOfNull, "Invalid use of Null");
-  } else {
-    entry.ShareName = row.printShareName[0];
-  }
+  if (!row.printShareName.empty()) entry.ShareName = row.printShareName[0];
 }
 
 // The name test: the directory's share name or printer name is the client's
@@ -113,9 +96,7 @@ void GetADPrinters() {
     // fails, so the index stays on the last slot and the later records are
     // written over it, one after the other.
     const int next = UBound(gDirectoryPrinters) + 1;
-    if (next > kLastDirectoryIndex) {
-      KeepPending(kErrOverflow, "Overflow");
-    } else {
+    if (next <= kLastDirectoryIndex) {
       index = next;
       gDirectoryPrinters.resize(index + 1);
     }
@@ -128,8 +109,6 @@ void GetADPrinters() {
     WriteDebug(">> AD Printer: " + pieces);
     UpdateProgress("");
   }
-  // Leaving the procedure drops what is still pending.
-  Err.Clear();
 }
 
 void MoveADPrinters() {

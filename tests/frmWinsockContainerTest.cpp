@@ -443,7 +443,7 @@ class HangingSessionTest : public frmWinsockContainerTest {
   // Ticks of 20 ms: thirty of them pass in well under the limit.
   json RunHanging(const std::string& port, bool progress) {
     Machine(20);
-    return RunIni(SmtpIni(port, progress), 1.5);
+    return RunIni(SmtpIni(port, progress), 1.0);
   }
 };
 

@@ -20,6 +20,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <filesystem>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -870,6 +871,34 @@ TEST_F(ADTest, BothWays_DirectoryFirstThenManual_MaintenanceAndPruneTwice) {
   EXPECT_EQ(std::count(labels.begin(), labels.end(), "Completed maintenance ..."), 1);
   EXPECT_LT(std::find(labels.begin(), labels.end(), "Completed maintenace ..."),
             std::find(labels.begin(), labels.end(), "Completed maintenance ..."));
+}
+
+// ---------------------------------------------------------------------------
+// The bundled example
+
+TEST_F(ADTest, Example_DirectoryMove_MovesKeepsAndPrunesAsItsIniSays) {
+  std::filesystem::copy(std::filesystem::path(ZANDOLIN_SOURCE_DIR) / "examples" / "directory-move",
+                        dir, std::filesystem::copy_options::recursive);
+  client = sim::Client::Load(dir);
+  json t = client->Run(sim::RunOptions{});
+  EXPECT_EQ(t["ended"], "returned");
+  EXPECT_EQ(FromDirectory(t),
+            Report({"", kADPrinters, "laser (\\\\NEW\\laser)", "color (\\\\NEW\\color)",
+                    "plotter (\\\\KEEP\\plotter)", "", kMigrating,
+                    "Migrating: \\\\OLD\\laser to \\\\NEW\\laser",
+                    "Populated networked printer: \\\\NEW\\laser",
+                    "Deleted networked printer: \\\\OLD\\laser",
+                    "Set default printer: \\\\NEW\\laser",
+                    "Migrating: \\\\OLD\\color to \\\\NEW\\color",
+                    "Populated networked printer: \\\\NEW\\color",
+                    "Deleted networked printer: \\\\OLD\\color",
+                    "Printer already migrated: \\\\KEEP\\plotter (\\\\KEEP)",
+                    "Printer NOT FOUND IN AD: \\\\RETIRED\\fax (\\\\RETIRED)", "", kOrphans,
+                    "Deleted networked printer: \\\\RETIRED\\fax"}));
+  EXPECT_EQ(Names(t["printersAfter"]),
+            (std::vector<std::string>{"\\\\KEEP\\plotter", "Desk Printer", "\\\\NEW\\laser",
+                                      "\\\\NEW\\color"}));
+  EXPECT_EQ(t["defaultAfter"], "\\\\NEW\\laser");
 }
 
 }  // namespace

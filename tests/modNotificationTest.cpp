@@ -5,11 +5,20 @@
 #include "IniFileBuilder.h"
 #include "SimFixture.h"
 #include "config/modINIDocument.h"
+#include "diagnostics/frmProgress.h"
 #include "diagnostics/modDebug.h"
 #include "engine/Runtime.h"
 #include "engine/modMain.h"
+#include "tests/servers/smtp/SmtpPeer.h"
 
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <fstream>
+#include <set>
 
 namespace {
 
@@ -58,19 +67,55 @@ TEST_F(modNotificationTest, Dispatch_AllFlagsOff_DoesNothingAtAll) {
   EXPECT_TRUE(t["filesWritten"].empty());
 }
 
-TEST_F(modNotificationTest, Dispatch_EmailChannel_WritesItsBannerAndStatement) {
+// The session's log lines for a whole dialogue with the real server.
+std::string SessionLines(const std::string& port, const std::string& outcome) {
+  return Line(">> Sending nofication via STMP, server (port): 127.0.0.1(" + port + ")") +
+         Line(">> Connected to SMTP Server << ") + Line(">> Sending HELLO: HELO PC042") +
+         Line(">> Sending FROM list: MAIL FROM:<zandolin@corp.test>") +
+         Line(">> Sending TO list: RCPT TO:<admin@corp.test>") + Line(">> Sending DATA start <<") +
+         Line(">> Sending DATA: From: <zandolin@corp.test>\r\nTo: admin@corp.test\r\nSubject: Report\r\n"
+              "X-Mailer: Zandolin\r\nMime-Version: 1.0\r\nContent-Type: text/charset=us-ascii\r\n\r\n" +
+              outcome) +
+         Line(">> Sending QUIT <<");
+}
+
+std::string WireMessage(const std::string& outcome) {
+  return "From: <zandolin@corp.test>\r\nTo: admin@corp.test\r\nSubject: Computer (PC042-jdoe) Report\r\n"
+         "X-Mailer: Zandolin\r\nMime-Version: 1.0\r\nContent-Type: text/charset=us-ascii\r\n\r\n" +
+         outcome + "\r\n";
+}
+
+void UseServer(const std::string& port) {
+  INIDocument.UseSMTP = true;
+  INIDocument.SMTPServerNameOrIP = "127.0.0.1";
+  INIDocument.ServerPort = port;
+  INIDocument.EmailFrom = "zandolin@corp.test";
+  INIDocument.EmailTo = {"admin@corp.test", ""};
+  INIDocument.EmailSubject = "Report";
+}
+
+TEST_F(modNotificationTest, Dispatch_EmailChannel_WritesItsBannerAndStatementAndSendsTheReport) {
+  machine["timerIntervalMs"] = 60000;
+  auto server = smtppeer::Peer::Server();
   Start();
   INIDocument.ShowProgress = true;
-  INIDocument.UseSMTP = true;
+  UseServer(server->Port());
+  gOutcomeText = "\r\nreport";
   DispatchNotifications();
-  EXPECT_EQ(kEmailBanner, gDebugBuffer);
+  // The window's form and the hidden one: the dispatch waited for the end.
+  EXPECT_EQ(1, LoadedFormCount());
+  EXPECT_EQ(kEmailBanner + SessionLines(server->Port(), "\r\nreport"), gDebugBuffer);
   EXPECT_EQ(json::array({"Sending SMTP mail ..."}), Transcript()["progress"]["labels"]);
+  client.reset();
+  EXPECT_EQ(WireMessage("\r\nreport"), server->Record()["data"]);
 }
 
 TEST_F(modNotificationTest, Dispatch_AllChannels_InTheirOrderWithTheirStatements) {
+  machine["timerIntervalMs"] = 60000;
+  auto server = smtppeer::Peer::Server();
   Start();
   INIDocument.ShowProgress = true;
-  INIDocument.UseSMTP = true;
+  UseServer(server->Port());
   INIDocument.UseFileOutput = true;
   INIDocument.FileOutputPath = "C:\\Reports";
   INIDocument.FileOutputName = "out.txt";
@@ -81,7 +126,7 @@ TEST_F(modNotificationTest, Dispatch_AllChannels_InTheirOrderWithTheirStatements
   gOutcomeText = "\r\nreport";
   DispatchNotifications();
 
-  EXPECT_EQ(kEmailBanner + kFileBanner +
+  EXPECT_EQ(kEmailBanner + SessionLines(server->Port(), "\r\nreport") + kFileBanner +
                 Line(">> Writing to notification output file: C:\\Reports\\out.txt") +
                 kPopupBanner + Line(">> Showing client pop-up success message. <<") +
                 kEventLogBanner + Line(">> Logged event in application event log."),
@@ -95,6 +140,68 @@ TEST_F(modNotificationTest, Dispatch_AllChannels_InTheirOrderWithTheirStatements
   ASSERT_EQ(1u, t["eventLogWritten"].size());
   EXPECT_EQ(json::array({std::string(kReportHead) + "\r\nreport"}),
             t["eventLogWritten"][0]["strings"]);
+  // The e-mail went before the file channel put its head in front.
+  client.reset();
+  EXPECT_EQ(WireMessage("\r\nreport"), server->Record()["data"]);
+}
+
+TEST_F(modNotificationTest, Dispatch_ProgressOff_SessionRunsAfterTheDispatchWithTheReportHead) {
+  machine["timerIntervalMs"] = 60000;
+  auto server = smtppeer::Peer::Server();
+  Start();
+  UseServer(server->Port());
+  INIDocument.UseFileOutput = true;
+  INIDocument.FileOutputPath = "C:\\Reports";
+  INIDocument.FileOutputName = "out.txt";
+  gOutcomeText = "\r\nreport";
+  DispatchNotifications();
+  // The hidden form alone: the wait ended at once, nothing has been sent.
+  EXPECT_EQ(1, LoadedFormCount());
+  EXPECT_EQ(kEmailBanner + Line(">> Sending nofication via STMP, server (port): 127.0.0.1(" +
+                                server->Port() + ")") +
+                kFileBanner + Line(">> Writing to notification output file: C:\\Reports\\out.txt"),
+            gDebugBuffer);
+  EXPECT_EQ("", Transcript()["sockets"][0]["sent"]);
+
+  // What the process does after Main.
+  const std::string before = gDebugBuffer;
+  while (LoadedFormCount() > 0) Sys().ui->WaitForEvents();
+  const std::string report = std::string(kReportHead) + "\r\nreport";
+  EXPECT_EQ(before + SessionLines(server->Port(), report).substr(
+                         Line(">> Sending nofication via STMP, server (port): 127.0.0.1(" + server->Port() + ")")
+                             .size()),
+            gDebugBuffer);
+  client.reset();
+  EXPECT_EQ(WireMessage(report), server->Record()["data"]);
+}
+
+// With the window off but its form loaded for its handle, the wait counts
+// two forms and lasts to the session's end, as with the window on.
+TEST_F(modNotificationTest, Dispatch_HiddenProgressFormLoaded_TheDispatchWaitsForTheSession) {
+  machine["timerIntervalMs"] = 60000;
+  auto server = smtppeer::Peer::Server();
+  Start();
+  ProgressWindowHandle();
+  UseServer(server->Port());
+  gOutcomeText = "\r\nreport";
+  DispatchNotifications();
+  EXPECT_EQ(kEmailBanner + SessionLines(server->Port(), "\r\nreport"), gDebugBuffer);
+  EXPECT_EQ(1, LoadedFormCount());
+  EXPECT_FALSE(Transcript()["progress"]["shown"]);
+  client.reset();
+  EXPECT_EQ(WireMessage("\r\nreport"), server->Record()["data"]);
+}
+
+TEST_F(modNotificationTest, Dispatch_EmailChannelWithEmptyReport_SendsTheHeadAlone) {
+  machine["timerIntervalMs"] = 60000;
+  auto server = smtppeer::Peer::Server();
+  Start();
+  INIDocument.ShowProgress = true;
+  UseServer(server->Port());
+  DispatchNotifications();
+  EXPECT_EQ(kEmailBanner + SessionLines(server->Port(), ""), gDebugBuffer);
+  client.reset();
+  EXPECT_EQ(WireMessage(""), server->Record()["data"]);
 }
 
 // ----- the pop-up -----
@@ -340,6 +447,94 @@ TEST_F(modNotificationTest, ReportErrorOutcome_AbortsAndReportsThePendingError) 
       gOutcomeText);
   EXPECT_EQ(0, Err.Number);
   EXPECT_EQ("", Err.Description);
+}
+
+}  // namespace
+
+namespace {
+
+// Fifty engines at once, each on its own client, all writing one output
+// file in one shared folder: every report arrives whole, none is lost.
+TEST(modNotificationSharedFileTest, FiftyEnginesAtOnce_OneSharedOutputFile_NoReportLostOrTorn) {
+  namespace fs = std::filesystem;
+  constexpr int kEngines = 50;
+  constexpr int kPrinters = 40;
+  std::string pattern = (fs::temp_directory_path() / "zandolin-shared-XXXXXX").string();
+  ASSERT_NE(nullptr, mkdtemp(pattern.data()));
+  const fs::path root = pattern;
+  const fs::path shared = root / "share";
+  fs::create_directories(shared);
+
+  IniFile ini = ValidIni();
+  ini.Set("NOTIFICATION FILE OUTPUT", "UseFileOutput", "True")
+      .Set("NOTIFICATION FILE OUTPUT", "FileOutputPath", "\\\\srv\\share")
+      .Set("NOTIFICATION FILE OUTPUT", "FileOutputName", "reports.txt");
+  std::vector<fs::path> clients;
+  for (int i = 0; i < kEngines; ++i) {
+    const std::string name = "PC" + std::to_string(100 + i);
+    const fs::path client = root / name;
+    fs::create_directories(client / "files" / "C" / "Deploy");
+    fs::create_directories(client / "files" / "UNC" / "srv");
+    fs::create_directory_symlink(shared, client / "files" / "UNC" / "srv" / "share");
+    std::ofstream(client / "files" / "C" / "Deploy" / "deploy.ini", std::ios::binary) << ini.Text();
+    json printers = json::array();
+    for (int p = 0; p < kPrinters; ++p) {
+      const std::string queue = name + "-queue-" + std::to_string(p);
+      printers.push_back({{"name", "\\\\OLD\\" + queue}, {"serverName", "\\\\OLD"}, {"shareName", queue}});
+    }
+    std::ofstream(client / "machine.json") << json{{"computerName", name}, {"printers", printers}}.dump();
+    clients.push_back(client);
+  }
+
+  std::vector<pid_t> pids;
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  for (const fs::path& client : clients) {
+    const std::string dirArg = client.string(), reportArg = (client / "transcript.json").string();
+    std::vector<char*> argv = {const_cast<char*>(ZANDOLIN_SIM_EXE), const_cast<char*>(dirArg.c_str()),
+                               const_cast<char*>("--json"), const_cast<char*>("--report"),
+                               const_cast<char*>(reportArg.c_str()), nullptr};
+    pid_t pid = -1;
+    ASSERT_EQ(0, posix_spawn(&pid, ZANDOLIN_SIM_EXE, &actions, nullptr, argv.data(), environ));
+    pids.push_back(pid);
+  }
+  posix_spawn_file_actions_destroy(&actions);
+  for (pid_t pid : pids) {
+    int status = 0;
+    waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+
+  // Each report is the run's outcome text with its line end; every report
+  // opens with its head, and the reports follow each other whole.
+  std::multiset<std::string> expected;
+  size_t total = 0;
+  for (const fs::path& client : clients) {
+    std::ifstream in(client / "transcript.json");
+    const json t = json::parse(in);
+    EXPECT_EQ("returned", t["ended"]);
+    const std::string report = std::string(t["outcomeText"]) + "\r\n";
+    ASSERT_TRUE(report.starts_with("\r\n\r\nReport At: "));
+    expected.insert(report);
+    total += report.size();
+  }
+  std::ifstream in(shared / "reports.txt", std::ios::binary);
+  const std::string file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  EXPECT_EQ(total, file.size());
+  std::multiset<std::string> found;
+  size_t start = 0;
+  while (start < file.size()) {
+    size_t next = file.find("\r\n\r\nReport At: ", start + 1);
+    if (next == std::string::npos) next = file.size();
+    found.insert(file.substr(start, next - start));
+    start = next;
+  }
+  EXPECT_EQ(static_cast<size_t>(kEngines), found.size());
+  EXPECT_TRUE(expected == found) << "a report is missing or torn";
+
+  std::error_code ec;
+  fs::remove_all(root, ec);
 }
 
 }  // namespace

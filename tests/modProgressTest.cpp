@@ -2,6 +2,7 @@
 // for its handle.
 #include "diagnostics/modProgress.h"
 
+#include "IniFileBuilder.h"
 #include "SimFixture.h"
 #include "config/modINIDocument.h"
 #include "diagnostics/frmProgress.h"
@@ -126,6 +127,128 @@ TEST_F(modProgressTest, Run_WithProgress_ShowsTheWindowAndEndsUnloaded) {
   EXPECT_EQ("Zandolin finished ...", t["progress"]["labels"].back());
   EXPECT_EQ(100, t["progress"]["value"]);
   EXPECT_EQ(0, LoadedFormCount());
+}
+
+// ----- what a whole run shows -----
+
+class ProgressRunTest : public SimFixture {
+ protected:
+  void SetUp() override {
+    SimFixture::SetUp();
+    machine["printers"] = json::parse(R"([
+        {"name": "\\\\OLD\\laser", "serverName": "\\\\OLD", "shareName": "laser"},
+        {"name": "\\\\OLD\\color", "serverName": "\\\\OLD", "shareName": "color"}])");
+    machine["printServers"] = json::parse(R"({"NEW": {"queues": ["laser", "color", "extra"]}})");
+    ini.Set("GENERAL", "ShowProgress", "True");
+  }
+
+  json RunIni() {
+    WriteFile("C:\\Deploy\\deploy.ini", ini.Text());
+    return Run();
+  }
+
+  testini::IniFile ini = testini::ValidIni();
+};
+
+TEST_F(ProgressRunTest, CleanRun_LabelsAndOneStepAStatementOrPrinter) {
+  const json t = RunIni();
+  EXPECT_EQ("returned", t["ended"]);
+  EXPECT_EQ(json::parse(R"({"shown": true, "labels": [
+      "Zandolin starting ...",
+      "Getting current list of client printers ...",
+      "Error getting list of client printers ...",
+      "Getting current default printer ...",
+      "Finished getting current default printer ...",
+      "Saving Zandolin status ...",
+      "Initializing notification methods ...",
+      "Zandolin finished ..."], "steps": 8, "value": 100})"),
+            t["progress"]);
+  // The log beside the reversed text tells the truth.
+  EXPECT_NE(std::string::npos,
+            std::string(t["debugBuffer"]).find(">> Finished getting network printers, abort status: False\r\n"));
+}
+
+TEST_F(ProgressRunTest, ManualMigrationAndMaintenance_EveryStatementAndPulse) {
+  ini.Set("GENERAL", "UseManualDefinitions", "True")
+      .Set("MANUAL DEFINITIONS SERVERS", "FromServers", "OLD")
+      .Set("MANUAL DEFINITIONS SERVERS", "ToServers", "NEW")
+      .Set("POPULATE", "ServerNames", "NEW")
+      .Set("POPULATE", "PrinterNames", "extra");
+  const json t = RunIni();
+  EXPECT_EQ("returned", t["ended"]);
+  // Two printers pulse the inventory; the server move pulses once per
+  // printer and definition (one definition and its spare slot) and once
+  // more per printer; populate once per entry, the spare one included.
+  EXPECT_EQ(json::parse(R"({"shown": true, "labels": [
+      "Zandolin starting ...",
+      "Getting current list of client printers ...",
+      "Error getting list of client printers ...",
+      "Getting current default printer ...",
+      "Finished getting current default printer ...",
+      "Initializing migration via Manual Configuration ...",
+      "Running Server to Server migration ...",
+      "Completed Server to Server migration ...",
+      "Performing maintenance ...",
+      "Populating maintenance printers ...",
+      "Finished populating maintenance printers ...",
+      "Pruning maintenance networked printers ...",
+      "Finished pruning maintenance networked printers ...",
+      "Pruning maintenance local printers ...",
+      "Finished pruning maintenance local printers ...",
+      "Completed maintenance ...",
+      "Error migrating via Manual Configuration ...",
+      "Saving Zandolin status ...",
+      "Initializing notification methods ...",
+      "Zandolin finished ..."], "steps": 28, "value": 100})"),
+            t["progress"]);
+  EXPECT_NE(std::string::npos,
+            std::string(t["debugBuffer"]).find(">> Finished moving manual, abort status: False\r\n"));
+}
+
+TEST_F(ProgressRunTest, AlreadySucceeded_OnlyTheNotificationStatement) {
+  const json first = RunIni();
+  ASSERT_EQ("returned", first["ended"]);
+  const json t = RunIni();
+  EXPECT_EQ(json::parse(R"({"shown": true, "labels": [
+      "Zandolin starting ...",
+      "Initializing notification methods ...",
+      "Zandolin finished ..."], "steps": 1, "value": 100})"),
+            t["progress"]);
+  EXPECT_NE(std::string::npos,
+            std::string(t["debugBuffer"]).find(">> This INI file has already successed on this machine.\r\n"));
+}
+
+TEST_F(ProgressRunTest, FailedDirectoryQuery_ShowsCompletedAndSkipsTheManualMigration) {
+  machine["printers"] = json::array();
+  ini.Set("GENERAL", "UseActiveDirectory", "True")
+      .Set("GENERAL", "UseManualDefinitions", "True")
+      .Set("GENERAL", "DomainName", "corp.example.com")
+      .Set("MANUAL DEFINITIONS SERVERS", "FromServers", "OLD")
+      .Set("MANUAL DEFINITIONS SERVERS", "ToServers", "NEW");
+  const json t = RunIni();
+  EXPECT_EQ("returned", t["ended"]);
+  EXPECT_EQ(json::parse(R"({"shown": true, "labels": [
+      "Zandolin starting ...",
+      "Getting current list of client printers ...",
+      "Error getting list of client printers ...",
+      "Getting current default printer ...",
+      "Finished getting current default printer ...",
+      "Initializing migration via Active Directory ...",
+      "Getting current list of Active Directory printers ...",
+      "Error getting current list of Active Directory printers ...",
+      "Completed migration via Active Directory ...",
+      "Saving Zandolin status ...",
+      "Initializing notification methods ...",
+      "Zandolin finished ..."], "steps": 10, "value": 100})"),
+            t["progress"]);
+  EXPECT_NE(std::string::npos,
+            std::string(t["debugBuffer"]).find(">> Finished moving via AD, abort status: True\r\n"));
+}
+
+TEST_F(ProgressRunTest, WindowOff_NothingIsShownOrMoved) {
+  ini.Set("GENERAL", "ShowProgress", "False");
+  const json t = RunIni();
+  EXPECT_EQ(json::parse(R"({"shown": false, "labels": [], "steps": 0, "value": 0})"), t["progress"]);
 }
 
 }  // namespace

@@ -291,7 +291,6 @@ class Connection {
 class NativeDirectory final : public Directory {
  public:
   Failure BindObject(const std::string& path, std::string& adsPath) override {
-    adsPath.clear();
     const Wldap32& l = Library();
     if (!l.loaded) return NoDirectoryClientFailure();
     DirectoryPath parsed;

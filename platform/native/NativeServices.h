@@ -70,5 +70,8 @@ bool SocketEventsPending();
 // Hands the waiting socket events to their owners; only the pump calls it.
 // True when an event reached its owner.
 bool DeliverSocketEvents();
+// Tells the pump that the engine did something through the boundary; see
+// NativeUserInterface.cpp for why it matters.
+void NoteActivity();
 
 }  // namespace platform::native

@@ -22,9 +22,12 @@
 //   wrong state for them.
 // - Text goes on the wire byte for byte, as single-byte characters. SendData
 //   hands everything to the system: what the system cannot take at once is
-//   kept and sent as the socket becomes writable again.
+//   kept and sent as the socket becomes writable again. Close sends what is
+//   left (for at most a second) and ends the connection in order.
 // - An owner may close or destroy its socket inside its own handler; nothing
 //   here touches a socket after a handler without looking it up again.
+// - Every call but State tells the pump that the engine did something
+//   (NoteActivity): a loop that only asks the state and pumps is waiting.
 //
 //===----------------------------------------------------------------------===//
 
@@ -46,6 +49,7 @@ namespace {
 
 constexpr int32_t kErrBadState = 40006;
 constexpr int32_t kErrInvalidArg = 40014;
+constexpr int32_t kErrOutOfRange = 40021;
 constexpr int32_t kErrNotInitialised = 10093;
 
 // The socket control's own words for the errors it reports.
@@ -90,6 +94,7 @@ std::string SocketErrorText(int32_t number) {
     case 40014:
       return "The argument passed to a function was not in the correct format or in the specified "
              "range";
+    case 40021: return "Argument is out of range";
     default: break;
   }
   char buffer[512] = {};
@@ -177,17 +182,20 @@ Winsock& Ws() {
   return winsock;
 }
 
-// A port given as text: decimal digits alone, 0 to 65535.
-bool PortNumber(const std::string& text, unsigned short& port) {
-  if (text.empty() || text.size() > 5) return false;
-  unsigned value = 0;
-  for (char c : text) {
-    if (c < '0' || c > '9') return false;
-    value = value * 10 + static_cast<unsigned>(c - '0');
+// The port as the control takes it: a whole number, blanks around it
+// allowed. 0 when it is no number (or 0), -1 when it is above 65535.
+long PortNumber(const std::string& text) {
+  const size_t first = text.find_first_not_of(' ');
+  if (first == std::string::npos) return 0;
+  const size_t last = text.find_last_not_of(' ');
+  long value = 0;
+  for (size_t i = first; i <= last; ++i) {
+    const char c = text[i];
+    if (c < '0' || c > '9') return 0;
+    value = value * 10 + (c - '0');
+    if (value > 65535) return -1;
   }
-  if (value > 65535) return false;
-  port = static_cast<unsigned short>(value);
-  return true;
+  return value;
 }
 
 unsigned short NetworkOrder(unsigned short port) {
@@ -253,17 +261,20 @@ struct SocketSlot {
 class NativeSockets final : public Sockets {
  public:
   int CreateSocket(SocketEvents* owner) override {
+    NoteActivity();
     const int id = next_++;
     sockets_[id].owner = owner;
     return id;
   }
 
   void DestroySocket(int socket) override {
+    NoteActivity();
     Close(socket);
     sockets_.erase(socket);
   }
 
   Failure Connect(int socket, const std::string& host, const std::string& port) override {
+    NoteActivity();
     SocketSlot* slot = Find(socket);
     if (!slot || slot->state != kSocketClosed)
       return {kErrBadState, SocketErrorText(kErrBadState)};
@@ -272,10 +283,12 @@ class NativeSockets final : public Sockets {
     slot->state = kSocketConnecting;
 
     if (const int32_t error = Ws().Start()) return Fail(socket, error);
-    unsigned short portNumber = 0;
-    if (!PortNumber(port, portNumber)) return Fail(socket, kErrInvalidArg);
+    const long portNumber = PortNumber(port);
+    if (portNumber <= 0) return Fail(socket, portNumber == 0 ? kErrInvalidArg : kErrOutOfRange);
     sockaddr_in address;
-    if (const int32_t error = ResolveHost(host, portNumber, address)) return Fail(socket, error);
+    if (const int32_t error =
+            ResolveHost(host, static_cast<unsigned short>(portNumber), address))
+      return Fail(socket, error);
 
     Winsock& ws = Ws();
     HWND window = MessageWindow();
@@ -301,9 +314,12 @@ class NativeSockets final : public Sockets {
     return {};
   }
 
+  // Also once the peer has closed its side: the connection still carries
+  // what goes the other way.
   Failure SendData(int socket, const std::string& data) override {
+    NoteActivity();
     SocketSlot* slot = Find(socket);
-    if (!slot || slot->state != kSocketConnected)
+    if (!slot || (slot->state != kSocketConnected && slot->state != kSocketClosing))
       return {kErrBadState, SocketErrorText(kErrBadState)};
     slot->unsent += data;
     Flush(*slot);
@@ -311,6 +327,7 @@ class NativeSockets final : public Sockets {
   }
 
   std::string GetData(int socket) override {
+    NoteActivity();
     SocketSlot* slot = Find(socket);
     if (!slot) return {};
     std::string data;
@@ -319,6 +336,7 @@ class NativeSockets final : public Sockets {
   }
 
   void Close(int socket) override {
+    NoteActivity();
     SocketSlot* slot = Find(socket);
     if (!slot) return;
     CloseHandleOf(*slot);
@@ -336,6 +354,7 @@ class NativeSockets final : public Sockets {
   }
 
   std::string LocalHostName() override {
+    NoteActivity();
     if (Ws().Start() == 0) {
       char buffer[256] = {};
       if (Ws().pHostName(buffer, sizeof buffer - 1) == 0) return buffer;
@@ -394,11 +413,29 @@ class NativeSockets final : public Sockets {
     return {};
   }
 
+  // Ends the connection so that the peer sees an orderly close: what is
+  // still to be sent goes first (for at most a second), and what arrived and
+  // nobody took is read and dropped, since the system answers a close over
+  // unread data with a reset.
   void CloseHandleOf(SocketSlot& slot) {
     if (slot.handle == INVALID_SOCKET) return;
-    Ws().pAsyncSelect(slot.handle, MessageWindow(), 0, 0);
-    Ws().pClose(slot.handle);
+    Winsock& ws = Ws();
+    ws.pAsyncSelect(slot.handle, MessageWindow(), 0, 0);
+    if (!slot.unsent.empty() && slot.state != kSocketConnecting) {
+      const DWORD start = ::GetTickCount();
+      for (;;) {
+        Flush(slot);
+        if (slot.unsent.empty() || ::GetTickCount() - start >= 1000) break;
+        if (ws.pLastError() != WSAEWOULDBLOCK) break;
+        ::Sleep(10);
+      }
+    }
+    char scrap[4096];
+    while (ws.pRecv(slot.handle, scrap, sizeof scrap, 0) > 0) {
+    }
+    ws.pClose(slot.handle);
     slot.handle = INVALID_SOCKET;
+    slot.unsent.clear();
   }
 
   // Gives the system as much of the unsent text as it takes now.

@@ -16,7 +16,11 @@
 //   pump in between only delivers what is kept here, and that costs nothing.
 // - WaitForEvents() sleeps in MsgWaitForMultipleObjects until input of any
 //   kind (a message, a timer tick, a socket event, a paint) arrives, so that
-//   a process that outlives Main waits without keeping a core busy.
+//   a process that outlives Main waits without keeping a core busy. DoEvents()
+//   does the same when its caller has done nothing through the boundary
+//   since its last pump but ask a socket's state: such a loop (the waits of
+//   the SMTP session) can only go on when an event comes. The progress pulse
+//   always sets the window first, and so never waits.
 // - The progress window never repaints synchronously: a redraw only marks it
 //   invalid (once until the next paint), and the pump paints at most once
 //   every kPaintIntervalMs, because the engine makes one progress statement
@@ -42,6 +46,7 @@ namespace {
 constexpr DWORD kPaintIntervalMs = 40;
 // The longest idle wait; the pump runs a round after it even if nothing came.
 constexpr DWORD kIdleWaitMs = 1000;
+constexpr DWORD kShortIdleWaitMs = 50;
 
 constexpr const char* kEventWindowClass = "ZandolinEngineEvents";
 constexpr const char* kProgressWindowClass = "ZandolinEngineProgress";
@@ -111,28 +116,36 @@ class NativeUserInterface final : public UserInterface {
   NativeUserInterface() { gInterface = this; }
 
   int MessageBox(const std::string& text, const std::string& title, UINT style) override {
+    ++activity_;
     // The box's own loop paints the progress window while it waits: let the
     // bar stand where the engine has put it.
     ApplyPendingBarMove();
     return ::MessageBoxA(nullptr, text.c_str(), title.c_str(), style | MB_SETFOREGROUND);
   }
 
-  void DoEvents() override { Pump(false); }
-
-  void WaitForEvents() override {
-    if (!Waiting()) {
-      typedef DWORD(WINAPI * WaitExFn)(DWORD, const HANDLE*, DWORD, DWORD, DWORD);
-      static const auto waitEx = reinterpret_cast<WaitExFn>(reinterpret_cast<void*>(
-          ::GetProcAddress(::GetModuleHandleA("user32.dll"), "MsgWaitForMultipleObjectsEx")));
-      if (waitEx)
-        waitEx(0, nullptr, kIdleWaitMs, QS_ALLINPUT, MWMO_INPUTAVAILABLE);
-      else
-        ::MsgWaitForMultipleObjects(0, nullptr, FALSE, kIdleWaitMs, QS_ALLINPUT);
-    }
-    Pump(true);
+  // A caller that has done nothing through the boundary since its last pump
+  // (asking a socket's state aside) can only be waiting for an event: it
+  // waits here, so that a wait of the session does not keep a core busy.
+  void DoEvents() override {
+    const bool waiting = activity_ == activityAtPump_;
+    activityAtPump_ = activity_;
+    if (waiting)
+      WaitForEvents();
+    else
+      Pump(false);
   }
 
+  void WaitForEvents() override {
+    if (!Waiting()) IdleWait();
+    Pump(true);
+    activityAtPump_ = activity_;
+  }
+
+  // Something the engine did through the boundary, besides pumping.
+  void NoteActivity() { ++activity_; }
+
   int CreateTimer(TimerEvents* owner, DWORD intervalMs, bool enabled) override {
+    ++activity_;
     const int id = nextTimer_++;
     TimerSlot& slot = timers_[id];
     slot.owner = owner;
@@ -142,6 +155,7 @@ class NativeUserInterface final : public UserInterface {
   }
 
   void EnableTimer(int timer, bool enabled) override {
+    ++activity_;
     auto found = timers_.find(timer);
     if (found == timers_.end()) return;
     TimerSlot& slot = found->second;
@@ -155,6 +169,7 @@ class NativeUserInterface final : public UserInterface {
   }
 
   void DestroyTimer(int timer) override {
+    ++activity_;
     auto found = timers_.find(timer);
     if (found == timers_.end()) return;
     if (HWND window = MessageWindow()) ::KillTimer(window, static_cast<UINT_PTR>(timer));
@@ -162,6 +177,7 @@ class NativeUserInterface final : public UserInterface {
   }
 
   HWND CreateProgressWindow() override {
+    ++activity_;
     if (progress_.window) return progress_.window;
     InitCommonControlsOnce();
     static bool registered = false;
@@ -212,6 +228,7 @@ class NativeUserInterface final : public UserInterface {
   }
 
   void ShowProgressWindow() override {
+    ++activity_;
     if (!progress_.window) return;
     ApplyPendingBarMove();
     ::ShowWindow(progress_.window, SW_SHOWNORMAL);
@@ -220,10 +237,12 @@ class NativeUserInterface final : public UserInterface {
   }
 
   void SetProgressLabel(const std::string& text) override {
+    ++activity_;
     if (progress_.label) ::SetWindowTextA(progress_.label, text.c_str());
   }
 
   void SetProgressBar(int maximum, int value) override {
+    ++activity_;
     progress_.barMovePending = false;
     if (!progress_.bar) return;
     ::SendMessageA(progress_.bar, PBM_SETRANGE32, 0, maximum);
@@ -234,17 +253,20 @@ class NativeUserInterface final : public UserInterface {
   }
 
   void MoveProgressBar(int value) override {
+    ++activity_;
     progress_.barMovePending = true;
     progress_.pendingValue = value;
   }
 
   void RedrawProgressWindow() override {
+    ++activity_;
     if (!progress_.window || progress_.invalidated) return;
     ::InvalidateRect(progress_.window, nullptr, FALSE);
     progress_.invalidated = true;
   }
 
   void DestroyProgressWindow() override {
+    ++activity_;
     if (progress_.window) ::DestroyWindow(progress_.window);
     progress_ = ProgressWindow();
   }
@@ -291,6 +313,20 @@ class NativeUserInterface final : public UserInterface {
  private:
   // Whether ticks or socket events wait here for the pump.
   bool Waiting() const { return ticksKept_ > 0 || SocketEventsPending(); }
+
+  // Sleeps until input of any kind is in the queue, kIdleWaitMs at most.
+  // Without MWMO_INPUTAVAILABLE (before Windows 98 and 2000) input that an
+  // earlier look left in the queue does not end the wait, which is then
+  // kept short.
+  void IdleWait() {
+    typedef DWORD(WINAPI * WaitExFn)(DWORD, const HANDLE*, DWORD, DWORD, DWORD);
+    static const auto waitEx = reinterpret_cast<WaitExFn>(reinterpret_cast<void*>(
+        ::GetProcAddress(::GetModuleHandleA("user32.dll"), "MsgWaitForMultipleObjectsEx")));
+    if (waitEx)
+      waitEx(0, nullptr, kIdleWaitMs, QS_ALLINPUT, MWMO_INPUTAVAILABLE);
+    else
+      ::MsgWaitForMultipleObjects(0, nullptr, FALSE, kShortIdleWaitMs, QS_ALLINPUT);
+  }
 
   // One round: what was kept, then the messages in the queue once. A round
   // that is not full looks at the queue only when the clock has moved on
@@ -350,6 +386,8 @@ class NativeUserInterface final : public UserInterface {
   DWORD lastLook_ = 0;
   bool paintAsked_ = false;
   int ticksKept_ = 0;  // ticks that arrived outside the pump
+  unsigned long activity_ = 1;        // calls through the boundary, pumps aside
+  unsigned long activityAtPump_ = 0;  // activity_ when the last pump began
   int nextTimer_ = 1;
   std::map<int, TimerSlot> timers_;
   ProgressWindow progress_;
@@ -382,6 +420,8 @@ NativeUserInterface& Interface() {
 }  // namespace
 
 HWND MessageWindow() { return Interface().EventWindow(); }
+
+void NoteActivity() { Interface().NoteActivity(); }
 
 UserInterface& UserInterfaceService() { return Interface(); }
 

@@ -271,7 +271,6 @@ class SimDirectoryService : public platform::Directory {
  public:
   Failure BindObject(const std::string& path, std::string& adsPath) override {
     Context& c = Current();
-    adsPath.clear();
     if (const Fault* f = c.TakeFault("BindObject", path)) return FaultFailure(*f);
     if (!c.machine.directory) return ServerDown();
     const SimDirectory& directory = *c.machine.directory;

@@ -4,8 +4,9 @@
 # file on a Windows path and the event log entry, with the progress window
 # off (the session runs on after Main) and on (the dispatch waits for it);
 # a server that refuses a step (the back-up file beside the executable); and
-# sessions that cannot end (nothing listens, a port that is no number), which
-# leave the process waiting without keeping a core busy.
+# sessions that cannot end (nothing listens, a server that says nothing, a
+# port that is no number), which leave the process waiting without keeping a
+# core busy.
 source "$(dirname "$0")/lib.sh"
 
 CRLF=$'\r\n'
@@ -234,6 +235,35 @@ check_line "nothing listens: Main has saved the debug file" "$log" \
   ">> Sending nofication via STMP, server (port): 127.0.0.1($closed_port)"
 check_eq "nothing listens: the waiting process keeps no core busy (CPU seconds in 6 s)" yes \
   "$(awk -v c="$RUN_CPU" 'BEGIN { print (c < 1.0) ? "yes" : "no: " c }')"
+
+# A server that takes the connection and says nothing: the session waits
+# for its greeting (30 ticks, then for ever), and so does the process, idle.
+silent="$E2E_TMP/smtp-silent"
+mkdir -p "$silent"
+/usr/bin/python3 - "$silent" <<'PY' &
+import os, socket, sys, time
+folder = sys.argv[1]
+server = socket.socket()
+server.bind(("127.0.0.1", 0))
+server.listen(1)
+with open(os.path.join(folder, "port.tmp"), "w") as f:
+    f.write(str(server.getsockname()[1]))
+os.replace(os.path.join(folder, "port.tmp"), os.path.join(folder, "port"))
+server.settimeout(30)
+client, _ = server.accept()
+open(os.path.join(folder, "connected"), "w").close()
+time.sleep(30)
+PY
+SERVER_PIDS+=($!)
+for i in $(seq 1 100); do [ -f "$silent/port" ] && break; sleep 0.05; done
+e2e_deploy MailSilent
+MAIL_ServerPort=$(cat "$silent/port") INI_UseSMTP=True mail_ini "$DEPLOY_DIR/mail.ini"
+run_limited 6
+check_eq "silent server: the process waits for the greeting" "124|connected" \
+  "$RUN_RC|$(ls "$silent" | grep -x connected)"
+check_eq "silent server: the waiting session keeps no core busy (CPU seconds in 6 s)" yes \
+  "$(awk -v c="$RUN_CPU" 'BEGIN { print (c < 1.0) ? "yes" : "no: " c }')"
+stop_servers
 
 # A port that is no number goes to the socket as it stands and fails there,
 # the same way.
