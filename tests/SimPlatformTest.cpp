@@ -691,8 +691,8 @@ TEST_F(SimPlatformTest, Directory_NoServerAnswers_BindFails) {
   Install();
   std::string adsPath = "unchanged";
   Failure bind = Sys().directory->BindObject("LDAP://corp.example.com", adsPath);
-  EXPECT_EQ(bind.Number, 462);
-  EXPECT_EQ(bind.Description, "The remote server machine does not exist or is unavailable");
+  EXPECT_EQ(bind.Number, -2147016646);
+  EXPECT_EQ(bind.Description, "The server is not operational.");
   EXPECT_EQ(adsPath, "unchanged");
 }
 
