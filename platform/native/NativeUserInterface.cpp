@@ -9,11 +9,12 @@
 //   reach their owner only inside the pump (DoEvents(), WaitForEvents()): what
 //   the system delivers elsewhere (in the modal loop of a message box, say) is
 //   kept and handed over at the next pump.
-// - A pump looks at the message queue at most once per tick of the system
-//   clock (GetTickCount), unless something is already waiting here or the
-//   window asked to be painted: the progress pulse pumps once per step, and
-//   asking the system for messages costs far more than the step itself. A
-//   pump in between only delivers what is kept here, and that costs nothing.
+// - A pump looks at the message queue at most once every kLookIntervalMs,
+//   unless something is already waiting here or the window asked to be
+//   painted: the progress pulse pumps once per step, and asking the system
+//   for messages costs far more than the step itself (a round trip to
+//   another process under Wine). A pump in between only delivers what is
+//   kept here, and that costs nothing.
 // - WaitForEvents() sleeps in MsgWaitForMultipleObjects until input of any
 //   kind (a message, a timer tick, a socket event, a paint) arrives, so that
 //   a process that outlives Main waits without keeping a core busy. DoEvents()
@@ -44,6 +45,7 @@ namespace platform::native {
 namespace {
 
 constexpr DWORD kPaintIntervalMs = 40;
+constexpr DWORD kLookIntervalMs = 10;
 // The longest idle wait; the pump runs a round after it even if nothing came.
 constexpr DWORD kIdleWaitMs = 1000;
 constexpr DWORD kShortIdleWaitMs = 50;
@@ -329,11 +331,11 @@ class NativeUserInterface final : public UserInterface {
   }
 
   // One round: what was kept, then the messages in the queue once. A round
-  // that is not full looks at the queue only when the clock has moved on
-  // since the last look, and paints only every kPaintIntervalMs.
+  // that is not full looks at the queue only every kLookIntervalMs, and
+  // paints only every kPaintIntervalMs.
   void Pump(bool full) {
     const DWORD now = ::GetTickCount();
-    if (!full && now == lastLook_ && !paintAsked_ && !Waiting()) return;
+    if (!full && now - lastLook_ < kLookIntervalMs && !paintAsked_ && !Waiting()) return;
     lastLook_ = now;
     ++pumpDepth_;
     DeliverPendingTicks();
