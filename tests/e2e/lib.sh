@@ -129,6 +129,30 @@ e2e_printers() {
   wine regedit /S "$(winepath -w "$reg" 2>/dev/null)" >/dev/null 2>&1
 }
 
+# e2e_remove_printers NAME...: takes away printers made by e2e_printers, so
+# that the scripts after this one find the prefix without them.
+e2e_remove_printers() {
+  local name reg="$E2E_TMP/$E2E_SCRIPT.remove.reg"
+  local user='HKEY_CURRENT_USER\Software\Microsoft\Windows NT\CurrentVersion'
+  {
+    echo "REGEDIT4"
+    for name in "$@"; do
+      echo
+      echo "[-HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\Control\\Print\\Printers\\$name]"
+      echo
+      echo "[$user\\Devices]"
+      echo "\"$name\"=-"
+      echo
+      echo "[$user\\PrinterPorts]"
+      echo "\"$name\"=-"
+    done
+    echo
+    echo "[$user\\Windows]"
+    echo "\"Device\"=-"
+  } | sed 's/$/\r/' >"$reg"
+  wine regedit /S "$(winepath -w "$reg" 2>/dev/null)" >/dev/null 2>&1
+}
+
 # e2e_deploy NAME: a deployment folder C:\E2E\NAME holding a copy of the
 # engine; sets DEPLOY (its Windows path) and DEPLOY_DIR (its Linux path).
 e2e_deploy() {

@@ -254,3 +254,6 @@ Error quering Active Directory printers.
 else
   e2e_fail "relay starts" "no port"
 fi
+
+# The scripts after this one expect a prefix without this printer.
+e2e_remove_printers "E2E Laser"
