@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
 
 std::string gDebugBuffer;
 
@@ -63,16 +62,17 @@ std::vector<uint8_t> StringToBytes(const std::string& text, bool keepUnicode, bo
   const size_t extra = extraByte ? 1 : 0;
   std::vector<uint8_t> bytes;
   if (keepUnicode) {
-    bytes.resize(wide.size() * 2 + extra);
+    bytes.reserve(wide.size() * 2 + extra);
     if constexpr (std::endian::native == std::endian::little) {
-      if (!wide.empty()) std::memcpy(bytes.data(), wide.data(), wide.size() * 2);
+      const auto* raw = reinterpret_cast<const uint8_t*>(wide.data());
+      bytes.assign(raw, raw + wide.size() * 2);
     } else {
-      uint8_t* out = bytes.data();
       for (const char16_t unit : wide) {
-        *out++ = static_cast<uint8_t>(unit & 0xFF);
-        *out++ = static_cast<uint8_t>(unit >> 8);
+        bytes.push_back(static_cast<uint8_t>(unit & 0xFF));
+        bytes.push_back(static_cast<uint8_t>(unit >> 8));
       }
     }
+    bytes.resize(bytes.size() + extra);
   } else {
     bytes.resize(wide.size() + extra);
     const size_t count = std::min(wide.size(), text.size());

@@ -180,20 +180,21 @@ class SimSystem : public platform::System {
   std::u16string AnsiToUtf16(const std::string& text) override {
     Context& c = Current();
     if (c.TakeFault("AnsiToUtf16", std::string())) return u"";
-    std::u16string out;
-    out.reserve(text.size());
+    // A UTF-8 sequence never gives more UTF-16 units than it has bytes.
+    std::u16string out(text.size(), u'\0');
+    char16_t* o = out.data();
+    const size_t size = text.size();
     size_t i = 0;
-    while (i < text.size()) {
+    while (i < size) {
       unsigned char b = static_cast<unsigned char>(text[i]);
       if (b < 0x80) {
-        out += static_cast<char16_t>(b);
+        *o++ = static_cast<char16_t>(b);
         ++i;
         continue;
       }
-      size_t n = b < 0x80 ? 0 : (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2 : (b & 0xF8) == 0xF0 ? 3 : 99;
-      uint32_t cp = n == 0 ? b : n == 1 ? (b & 0x1Fu) : n == 2 ? (b & 0x0Fu) : (b & 0x07u);
-      if (n == 99) n = 0;
-      bool valid = (n > 0 || b < 0x80) && i + n < text.size();
+      size_t n = (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2 : (b & 0xF8) == 0xF0 ? 3 : 0;
+      uint32_t cp = n == 1 ? (b & 0x1Fu) : n == 2 ? (b & 0x0Fu) : (b & 0x07u);
+      bool valid = n > 0 && i + n < size;
       for (size_t j = 1; valid && j <= n; ++j) {
         unsigned char cont = static_cast<unsigned char>(text[i + j]);
         if ((cont & 0xC0) != 0x80) valid = false;
@@ -202,19 +203,20 @@ class SimSystem : public platform::System {
       static const uint32_t kMin[] = {0, 0x80, 0x800, 0x10000};
       if (valid && (cp < kMin[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))) valid = false;
       if (!valid) {
-        out += static_cast<char16_t>(b);
+        *o++ = static_cast<char16_t>(b);
         ++i;
         continue;
       }
       if (cp >= 0x10000) {
         cp -= 0x10000;
-        out += static_cast<char16_t>(0xD800 + (cp >> 10));
-        out += static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
+        *o++ = static_cast<char16_t>(0xD800 + (cp >> 10));
+        *o++ = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
       } else {
-        out += static_cast<char16_t>(cp);
+        *o++ = static_cast<char16_t>(cp);
       }
       i += n + 1;
     }
+    out.resize(static_cast<size_t>(o - out.data()));
     return out;
   }
 };
