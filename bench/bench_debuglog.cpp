@@ -1,5 +1,6 @@
 // Builds a debug log of one million lines and saves it as the debug file of
 // a simulated client; prints how long each step took.
+#include "BenchClient.h"
 #include "config/modINIDocument.h"
 #include "diagnostics/modDebug.h"
 #include "engine/modMain.h"
@@ -14,16 +15,13 @@
 namespace fs = std::filesystem;
 
 int main() {
-  const fs::path folder = fs::temp_directory_path() / "zandolin-bench-debuglog";
-  fs::remove_all(folder);
-  fs::create_directories(folder / "files" / "C" / "Deploy");
-  std::ofstream(folder / "machine.json") << "{}\n";
+  const fs::path folder = bench::FreshFolder("zandolin-bench-debuglog");
+  bench::WriteMachine(folder, nlohmann::json::object());
 
-  std::unique_ptr<sim::Client> client = sim::Client::Load(folder);
-  ResetProcessState();
-  client->Install();
+  std::unique_ptr<sim::Client> client = bench::InstallClient(folder);
 
-  using Clock = std::chrono::steady_clock;
+  using bench::Clock;
+  using bench::Ms;
   const int kLines = 1000000;
 
   INIDocument.DebugOn = true;
@@ -37,17 +35,14 @@ int main() {
   const auto saved = Clock::now();
 
   const fs::path debugFile = folder / "files" / "C" / "Deploy" / "PC042.debug";
-  const auto ms = [](auto a, auto b) {
-    return std::chrono::duration<double, std::milli>(b - a).count();
-  };
   const bool written = fs::exists(debugFile);
   std::printf("lines:            %d\n", kLines);
   std::printf("log size:         %zu characters\n", gDebugBuffer.size());
   std::printf("debug file:       %s (%ju bytes)\n", debugFile.string().c_str(),
               written ? static_cast<uintmax_t>(fs::file_size(debugFile)) : 0);
-  std::printf("WriteDebug lines: %.1f ms\n", ms(start, built));
-  std::printf("SaveDebugFile:    %.1f ms\n", ms(built, saved));
-  std::printf("total:            %.1f ms\n", ms(start, saved));
+  std::printf("WriteDebug lines: %.1f ms\n", Ms(start, built));
+  std::printf("SaveDebugFile:    %.1f ms\n", Ms(built, saved));
+  std::printf("total:            %.1f ms\n", Ms(start, saved));
 
   fs::remove_all(folder);
   if (!written) std::fprintf(stderr, "the debug file was not written\n");

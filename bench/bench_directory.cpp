@@ -4,6 +4,7 @@
 // the bar. Every printer finds its queue on another server and moves; the
 // orphan prune then walks the directory again for each printer of the
 // refreshed list. Prints the time the engine took, phase by phase.
+#include "BenchClient.h"
 #include "config/modINIDocument.h"
 #include "diagnostics/modDebug.h"
 #include "engine/modClientPrinters.h"
@@ -27,6 +28,8 @@
 
 namespace fs = std::filesystem;
 using nlohmann::json;
+using bench::Clock;
+using bench::Ms;
 
 namespace {
 
@@ -42,9 +45,7 @@ std::string Queue(int i) {
 }  // namespace
 
 int main() {
-  const fs::path folder = fs::temp_directory_path() / "zandolin-bench-directory";
-  fs::remove_all(folder);
-  fs::create_directories(folder / "files" / "C" / "Deploy");
+  const fs::path folder = bench::FreshFolder("zandolin-bench-directory");
 
   // The queues stand on NEW; the user's printers, spread over the whole
   // list, are still connected to OLD.
@@ -57,8 +58,7 @@ int main() {
   json printers = json::array();
   for (int i = 0; i < kPrinters; ++i) {
     const std::string queue = Queue(i * (kQueues / kPrinters));
-    printers.push_back(
-        {{"name", "\\\\OLD\\" + queue}, {"serverName", "\\\\OLD"}, {"shareName", queue}});
+    printers.push_back(bench::NetPrinter("\\\\OLD", queue));
   }
   json machine = {{"printers", printers},
                   {"printServers", {{"NEW", {{"queues", published}}}}},
@@ -66,36 +66,17 @@ int main() {
                    {{"domain", "corp.example.com"},
                     {"namingContext", "DC=corp,DC=example,DC=com"},
                     {"printQueues", queues}}}};
-  std::ofstream(folder / "machine.json") << machine.dump() << "\n";
+  bench::WriteMachine(folder, machine);
 
   const std::string ini =
       "[GENERAL]\r\nUseActiveDirectory=True\r\nUseManualDefinitions=False\r\nAlwaysRun=True\r\n"
       "ShowProgress=True\r\n"
-      "[ACTIVE DIRECTORY]\r\nDomainName=corp.example.com\r\n"
-      "[NOTIFICATION SMTP]\r\nUseSMTP=False\r\n"
-      "[NOTIFICATION FILE OUTPUT]\r\nUseFileOutput=False\r\nIncludeComputerName=False\r\n"
-      "IncludeOutcome=False\r\nWriteToEventLog=False\r\n"
-      "[NOTIFICATION CLIENT POP-UP]\r\nUseClientPopup=False\r\nUseSuccessClientPopup=False\r\n"
-      "UseFailureClientPopup=False\r\n"
-      "[DEPLOYMENT]\r\nCreateWebLaunchPage=False\r\nCreateBatchFile=False\r\nIncludeMDAC=False\r\n"
-      "[PRUNE]\r\nDeleteADOrphans=False\r\nDeleteAllNonNetworked=False\r\n"
-      "[SET_DEFAULT]\r\nDefaultType=1\r\n"
-      "[SUPPORT]\r\nDebugOn=True\r\n";
-  std::ofstream(folder / "files" / "C" / "Deploy" / "bench.ini", std::ios::binary) << ini;
+      "[ACTIVE DIRECTORY]\r\nDomainName=corp.example.com\r\n" +
+      bench::kIniTail;
+  bench::WriteIni(folder, ini);
 
-  std::unique_ptr<sim::Client> client = sim::Client::Load(folder);
-  ResetProcessState();
-  client->Install();
-
-  using Clock = std::chrono::steady_clock;
-  const auto ms = [](auto a, auto b) {
-    return std::chrono::duration<double, std::milli>(b - a).count();
-  };
-
-  INIDocument.DebugOn = true;
-  AbortStatus = false;
-  OperationsSucceeded = true;
-  INIFilePath = "C:\\Deploy\\bench.ini";
+  std::unique_ptr<sim::Client> client = bench::InstallClient(folder);
+  bench::StartRun();
   LoadINIDocument();
   GetClientPrinters(true);
   gDefaultPrinterName = GetClientDefaultPrinter();
@@ -120,12 +101,12 @@ int main() {
   std::printf("client printers:          %d\n", kPrinters);
   std::printf("directory queues:         %zu\n", entries);
   std::printf("printer/queue pairs:      %zu\n", pairs);
-  std::printf("GetADPrinters:            %.1f ms\n", ms(start, queried));
-  std::printf("MigrateADPrinters:        %.1f ms (%.1f ns a pair)\n", ms(queried, migrated),
-              1e6 * ms(queried, migrated) / static_cast<double>(pairs));
+  std::printf("GetADPrinters:            %.1f ms\n", Ms(start, queried));
+  std::printf("MigrateADPrinters:        %.1f ms (%.1f ns a pair)\n", Ms(queried, migrated),
+              1e6 * Ms(queried, migrated) / static_cast<double>(pairs));
   std::printf("RunMaintenance:           %.1f ms (refresh and orphan prune)\n",
-              ms(migrated, maintained));
-  std::printf("engine time, all three:   %.1f ms (processor time %.1f ms)\n", ms(start, maintained),
+              Ms(migrated, maintained));
+  std::printf("engine time, all three:   %.1f ms (processor time %.1f ms)\n", Ms(start, maintained),
               cpuMs);
   std::printf("progress steps:           %s\n", transcript["progress"]["steps"].dump().c_str());
   std::printf("spooler calls:            %zu\n", transcript["spoolerCalls"].size());

@@ -2,6 +2,7 @@
 // list as long as the INI readers accept (9999 characters a key), all three
 // modes, with the progress window on so that each printer and definition pair
 // pulses the bar. Prints the time the engine took.
+#include "BenchClient.h"
 #include "config/modINIDocument.h"
 #include "diagnostics/modDebug.h"
 #include "engine/modClientPrinters.h"
@@ -23,6 +24,8 @@
 
 namespace fs = std::filesystem;
 using nlohmann::json;
+using bench::Clock;
+using bench::Ms;
 
 namespace {
 
@@ -64,24 +67,20 @@ std::string Clip(const std::string& value, size_t pieces) {
 }  // namespace
 
 int main() {
-  const fs::path folder = fs::temp_directory_path() / "zandolin-bench-manual";
-  fs::remove_all(folder);
-  fs::create_directories(folder / "files" / "C" / "Deploy");
+  const fs::path folder = bench::FreshFolder("zandolin-bench-manual");
 
   json printers = json::array();
   std::vector<std::string> queues, renamed, newQueues;
   for (int i = 0; i < kPrinters; ++i) {
     queues.push_back(Name("q", i));
     renamed.push_back(Name("r", i));
-    printers.push_back({{"name", "\\\\OLD\\" + queues.back()},
-                        {"serverName", "\\\\OLD"},
-                        {"shareName", queues.back()}});
+    printers.push_back(bench::NetPrinter("\\\\OLD", queues.back()));
   }
   newQueues = queues;
   newQueues.insert(newQueues.end(), renamed.begin(), renamed.end());
   json machine = {{"printers", printers},
                   {"printServers", {{"OLD", {{"queues", renamed}}}, {"NEW", {{"queues", newQueues}}}}}};
-  std::ofstream(folder / "machine.json") << machine.dump() << "\n";
+  bench::WriteMachine(folder, machine);
 
   // Printer to printer renames every queue on its server; server to server
   // moves OLD to NEW; mixed moves every queue of OLD to a new name on NEW.
@@ -106,31 +105,12 @@ int main() {
       toServers + "\r\n"
       "[MANUAL DEFINITIONS MIXED]\r\nFromServers=" + mixedFromServers + "\r\nFromPrinters=" +
       mixedFromPrinters + "\r\nToServers=" + mixedToServers + "\r\nToPrinters=" + mixedToPrinters +
-      "\r\n"
-      "[NOTIFICATION SMTP]\r\nUseSMTP=False\r\n"
-      "[NOTIFICATION FILE OUTPUT]\r\nUseFileOutput=False\r\nIncludeComputerName=False\r\n"
-      "IncludeOutcome=False\r\nWriteToEventLog=False\r\n"
-      "[NOTIFICATION CLIENT POP-UP]\r\nUseClientPopup=False\r\nUseSuccessClientPopup=False\r\n"
-      "UseFailureClientPopup=False\r\n"
-      "[DEPLOYMENT]\r\nCreateWebLaunchPage=False\r\nCreateBatchFile=False\r\nIncludeMDAC=False\r\n"
-      "[PRUNE]\r\nDeleteADOrphans=False\r\nDeleteAllNonNetworked=False\r\n"
-      "[SET_DEFAULT]\r\nDefaultType=1\r\n"
-      "[SUPPORT]\r\nDebugOn=True\r\n";
-  std::ofstream(folder / "files" / "C" / "Deploy" / "bench.ini", std::ios::binary) << ini;
+      "\r\n" +
+      bench::kIniTail;
+  bench::WriteIni(folder, ini);
 
-  std::unique_ptr<sim::Client> client = sim::Client::Load(folder);
-  ResetProcessState();
-  client->Install();
-
-  using Clock = std::chrono::steady_clock;
-  const auto ms = [](auto a, auto b) {
-    return std::chrono::duration<double, std::milli>(b - a).count();
-  };
-
-  INIDocument.DebugOn = true;
-  AbortStatus = false;
-  OperationsSucceeded = true;
-  INIFilePath = "C:\\Deploy\\bench.ini";
+  std::unique_ptr<sim::Client> client = bench::InstallClient(folder);
+  bench::StartRun();
   const auto start = Clock::now();
   LoadINIDocument();
   const auto loaded = Clock::now();
@@ -151,10 +131,10 @@ int main() {
   std::printf("definitions:             %zu printer, %zu server, %zu mixed\n", printerDefs,
               serverDefs, mixedDefs);
   std::printf("printer/definition pairs: %zu\n", pairs);
-  std::printf("LoadINIDocument:         %.1f ms\n", ms(start, loaded));
-  std::printf("inventory and default:   %.1f ms\n", ms(loaded, listed));
-  std::printf("MoveManualPrinters:      %.1f ms (%.3f us a pair)\n", ms(listed, moved),
-              1000.0 * ms(listed, moved) / static_cast<double>(pairs));
+  std::printf("LoadINIDocument:         %.1f ms\n", Ms(start, loaded));
+  std::printf("inventory and default:   %.1f ms\n", Ms(loaded, listed));
+  std::printf("MoveManualPrinters:      %.1f ms (%.3f us a pair)\n", Ms(listed, moved),
+              1000.0 * Ms(listed, moved) / static_cast<double>(pairs));
   std::printf("progress steps:          %s\n", transcript["progress"]["steps"].dump().c_str());
   std::printf("spooler calls:           %zu\n", transcript["spoolerCalls"].size());
   std::printf("printers after:          %zu\n", transcript["printersAfter"].size());

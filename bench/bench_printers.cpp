@@ -1,6 +1,7 @@
 // The printer layer on a simulated client with 1000 printers: the inventory
 // of all of them, then 1000 removals of network connections. Prints the time
 // the engine took for each.
+#include "BenchClient.h"
 #include "config/modINIDocument.h"
 #include "diagnostics/modDebug.h"
 #include "engine/modClientPrinters.h"
@@ -19,6 +20,8 @@
 
 namespace fs = std::filesystem;
 using nlohmann::json;
+using bench::Clock;
+using bench::Ms;
 
 namespace {
 
@@ -34,9 +37,7 @@ std::string Queue(int i) {
 }  // namespace
 
 int main() {
-  const fs::path folder = fs::temp_directory_path() / "zandolin-bench-printers";
-  fs::remove_all(folder);
-  fs::create_directories(folder / "files" / "C" / "Deploy");
+  const fs::path folder = bench::FreshFolder("zandolin-bench-printers");
 
   json printers = json::array();
   for (int i = 0; i < kNetwork; ++i) {
@@ -53,18 +54,11 @@ int main() {
     printers.push_back({{"name", "Local " + Queue(i)}, {"serverName", nullptr},
                         {"portName", "LPT1:"}, {"driverName", "Generic / Text Only"}});
   }
-  std::ofstream(folder / "machine.json") << json{{"printers", printers}}.dump() << "\n";
+  bench::WriteMachine(folder, json{{"printers", printers}});
 
-  std::unique_ptr<sim::Client> client = sim::Client::Load(folder);
-  ResetProcessState();
-  client->Install();
+  std::unique_ptr<sim::Client> client = bench::InstallClient(folder);
   INIDocument.DebugOn = true;
   OperationsSucceeded = true;
-
-  using Clock = std::chrono::steady_clock;
-  const auto ms = [](auto a, auto b) {
-    return std::chrono::duration<double, std::milli>(b - a).count();
-  };
 
   const auto start = Clock::now();
   GetClientPrinters(true);
@@ -86,9 +80,9 @@ int main() {
 
   std::printf("printers:               %d network, %d local\n", kNetwork, kLocal);
   std::printf("GetClientPrinters:      %.1f ms (%zu network, %zu local filed)\n",
-              ms(start, listed), gClientPrinters.size() - 1, gClientLocalPrinters.size() - 1);
+              Ms(start, listed), gClientPrinters.size() - 1, gClientLocalPrinters.size() - 1);
   std::printf("RemoveNetworkPrinter:   %.1f ms for %d removals (%.3f ms each)\n",
-              ms(listed, removed), removals, ms(listed, removed) / removals);
+              Ms(listed, removed), removals, Ms(listed, removed) / removals);
   std::printf("printers left:          %zu\n", after.size());
   std::printf("outcome text:           %zu characters; debug log: %zu characters\n",
               gOutcomeText.size(), gDebugBuffer.size());

@@ -84,6 +84,19 @@ inline IniFile ValidIni() {
   return ini;
 }
 
+// A valid INI file that asks for the manual migration; tests set the keys
+// they need. Self is the test's own file type, so that Set chains with its
+// further setters.
+template <class Self>
+class ManualIni : public IniFile {
+ public:
+  ManualIni() : IniFile(ValidIni()) { IniFile::Set("GENERAL", "UseManualDefinitions", "True"); }
+  Self& Set(const std::string& section, const std::string& key, const std::string& value) {
+    IniFile::Set(section, key, value);
+    return static_cast<Self&>(*this);
+  }
+};
+
 // The echo of ValidIni(): no lists, so one empty record under each heading.
 inline constexpr const char* kEchoOfValidIni =
     ">> UseActiveDirectory: False\r\n"

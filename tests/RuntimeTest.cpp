@@ -1,19 +1,12 @@
 #include "engine/Runtime.h"
 
+#include "ScenarioHelpers.h"
+
 #include <gtest/gtest.h>
 
 namespace {
 
-template <class F>
-FatalError CatchFatal(F&& f) {
-  try {
-    f();
-  } catch (const FatalError& e) {
-    return e;
-  }
-  ADD_FAILURE() << "no FatalError raised";
-  return FatalError{0, ""};
-}
+using scenario::CatchFatal;
 
 TEST(RuntimeTest, BoolText_GivesTrueAndFalseWords) {
   EXPECT_STREQ("True", BoolText(true));

@@ -5,6 +5,7 @@
 #include "SimFixture.h"
 
 #include "IniFileBuilder.h"
+#include "ScenarioHelpers.h"
 #include "engine/Runtime.h"
 #include "platform/DirectoryErrors.h"
 #include "platform/sim/SimContext.h"
@@ -41,28 +42,7 @@ std::string Query(const std::string& adsPath) {
   return "Select name, printShareName FROM '" + adsPath + "' WHERE objectCategory='printQueue'";
 }
 
-std::string Report(std::initializer_list<std::string> lines) {
-  std::string text;
-  for (const auto& line : lines) text += "\r\n" + line;
-  return text;
-}
-
-json Net(const std::string& server, const std::string& queue) {
-  return {{"name", "\\\\" + server + "\\" + queue}, {"serverName", "\\\\" + server},
-          {"shareName", queue}};
-}
-
-std::vector<std::string> Names(const json& printers) {
-  std::vector<std::string> names;
-  for (const auto& printer : printers) names.push_back(printer.at("name").get<std::string>());
-  return names;
-}
-
-size_t Count(const std::string& text, const std::string& piece) {
-  size_t n = 0;
-  for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1)) ++n;
-  return n;
-}
+using namespace scenario;
 
 // A print queue as a test publishes it.
 struct PrintQueue {

@@ -4,6 +4,7 @@
 #include "notification/frmWinsockContainer.h"
 
 #include "IniFileBuilder.h"
+#include "ScenarioHelpers.h"
 #include "SimFixture.h"
 #include "config/modINIDocument.h"
 #include "diagnostics/frmProgress.h"
@@ -23,12 +24,8 @@ using nlohmann::json;
 using smtppeer::Peer;
 using testini::IniFile;
 
-std::string Line(const std::string& text) { return text + "\r\n"; }
-
-std::string Banner(int before, const std::string& title, int after) {
-  const std::string rule(80, '*');
-  return Line(rule) + Line(std::string(before, '*') + title + std::string(after, '*')) + Line(rule);
-}
+using scenario::Banner;
+using scenario::Line;
 
 const std::string kEmailBanner = Banner(24, "     NOTFICATION VIA EMAIL    ", 24);
 const std::string kEndBanner = Banner(31, "     END DEBUG     ", 30);

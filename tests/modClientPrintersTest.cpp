@@ -3,6 +3,7 @@
 #include "engine/modClientPrinters.h"
 
 #include "IniFileBuilder.h"
+#include "ScenarioHelpers.h"
 #include "SimFixture.h"
 #include "config/modINIDocument.h"
 #include "diagnostics/modDebug.h"
@@ -29,36 +30,16 @@ const char* const kAlreadySucceeded =
     "\r\nIf you would like to run this INI file again, please save it as a different name or "
     "\r\nplease select the Always Run feature on the General step.";
 
-std::string Line(const std::string& text) { return text + "\r\n"; }
+using scenario::Contains;
+using scenario::Line;
 
-class modClientPrintersTest : public SimFixture {
+class modClientPrintersTest : public scenario::ScenarioFixture {
  protected:
   void SetUp() override {
     SimFixture::SetUp();
     WriteFile(kIni, ValidIni().Text());
   }
 
-  // The client's state as the run left it; the next run starts from it.
-  json KeepMachine() {
-    client->Save();
-    std::ifstream in(dir / "machine.json");
-    machine = json::parse(in);
-    return machine;
-  }
-
-  // The value of a registry key of the client, as machine.json holds it.
-  json RegistryKey(const std::string& path) {
-    const json m = KeepMachine();
-    if (!m.contains("registry")) return nullptr;
-    for (const auto& [key, values] : m["registry"].items()) {
-      if (EqualsNoCase(key, path)) return values;
-    }
-    return nullptr;
-  }
-
-  static bool Contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-  }
 };
 
 // ----- the file store (Windows 2000 and later) -----

@@ -3,6 +3,7 @@
 #include "notification/modEventLog.h"
 
 #include "IniFileBuilder.h"
+#include "ScenarioHelpers.h"
 #include "SimFixture.h"
 #include "config/modINIDocument.h"
 #include "diagnostics/modDebug.h"
@@ -27,7 +28,7 @@ json StringWithoutNul(const std::string& text) {
   return {{"type", 1}, {"data", std::vector<uint8_t>(text.begin(), text.end())}};
 }
 
-class modEventLogTest : public SimFixture {
+class modEventLogTest : public scenario::ScenarioFixture {
  protected:
   void Start() {
     Install();
@@ -35,23 +36,6 @@ class modEventLogTest : public SimFixture {
   }
 
   json Events() { return Transcript()["eventLogWritten"]; }
-
-  // The client's state as the calls left it.
-  json KeepMachine() {
-    client->Save();
-    std::ifstream in(dir / "machine.json");
-    machine = json::parse(in);
-    return machine;
-  }
-
-  json RegistryKey(const std::string& path) {
-    const json m = KeepMachine();
-    if (!m.contains("registry")) return nullptr;
-    for (const auto& [key, values] : m["registry"].items()) {
-      if (EqualsNoCase(key, path)) return values;
-    }
-    return nullptr;
-  }
 };
 
 TEST_F(modEventLogTest, WriteOutcomeToEventLog_FirstRun_RegistersTheSourceAndWritesTheEntry) {

@@ -1,6 +1,7 @@
 #include "config/modINIDocument.h"
 
 #include "IniFileBuilder.h"
+#include "ScenarioHelpers.h"
 #include "SimFixture.h"
 #include "diagnostics/modDebug.h"
 #include "engine/Runtime.h"
@@ -14,6 +15,8 @@
 #include <vector>
 
 namespace {
+
+using scenario::CatchFatal;
 
 const char* const kIniPath = "C:\\Deploy\\test.ini";
 
@@ -31,17 +34,6 @@ class modINIDocumentTest : public SimFixture {
     UseIni(ini.Text());
     INIDocument.DebugOn = true;
     LoadINIDocument();
-  }
-
-  template <class F>
-  FatalError ExpectFatal(F&& f) {
-    try {
-      f();
-    } catch (const FatalError& e) {
-      return e;
-    }
-    ADD_FAILURE() << "no FatalError raised";
-    return FatalError{0, ""};
   }
 };
 
@@ -140,7 +132,7 @@ TEST_F(modINIDocumentTest, ReadINIInteger_TakesTheLeadingNumberRoundedToEven) {
 
 TEST_F(modINIDocumentTest, ReadINIInteger_40000_IsFatalOverflow) {
   UseIni("[DEPLOYMENT]\r\nMDACOption=40000\r\n");
-  const FatalError e = ExpectFatal([] { ReadINIInteger("DEPLOYMENT", "MDACOption"); });
+  const FatalError e = CatchFatal([] { ReadINIInteger("DEPLOYMENT", "MDACOption"); });
   EXPECT_EQ(6, e.Number);
   EXPECT_EQ("Overflow", e.Description);
 }
@@ -250,7 +242,7 @@ TEST_F(modINIDocumentTest, LoadINIDocument_MDACOption40000_EndsBeforeTheEcho) {
   ini.Set("DEPLOYMENT", "MDACOption", "40000");
   UseIni(ini.Text());
   INIDocument.DebugOn = true;
-  const FatalError e = ExpectFatal([] { LoadINIDocument(); });
+  const FatalError e = CatchFatal([] { LoadINIDocument(); });
   EXPECT_EQ(6, e.Number);
   EXPECT_EQ("", gDebugBuffer);
 }
@@ -315,7 +307,7 @@ TEST_F(modINIDocumentTest, ReadServerDefinitions_ToKeyWithMorePieces_IsFatalSubs
                            "FromServers=a\r\nToServers=b,c,d\r\n"}) {
     UseIni(std::string("[MANUAL DEFINITIONS SERVERS]\r\n") + text);
     std::vector<ServerDefinition> list;
-    const FatalError e = ExpectFatal([&] { ReadServerDefinitions(list); });
+    const FatalError e = CatchFatal([&] { ReadServerDefinitions(list); });
     EXPECT_EQ(9, e.Number) << text;
     EXPECT_EQ("Subscript out of range", e.Description) << text;
   }
@@ -350,7 +342,7 @@ TEST_F(modINIDocumentTest, ReadMixedDefinitions_SizedByFromServersAlone) {
   EXPECT_EQ("Error in To Printer Name", list[1].ToPrinter);
 
   UseIni("[MANUAL DEFINITIONS MIXED]\r\nFromServers=OLD\r\nToPrinters=a,b,c\r\n");
-  EXPECT_EQ(9, ExpectFatal([&] { ReadMixedDefinitions(list); }).Number);
+  EXPECT_EQ(9, CatchFatal([&] { ReadMixedDefinitions(list); }).Number);
 }
 
 TEST_F(modINIDocumentTest, ReadMixedDefinitions_IndependentOfServerSection) {
@@ -417,7 +409,7 @@ TEST_F(modINIDocumentTest, ReadPruneDefinitions_EmptyServersAndOneOrTwoPrinters)
   EXPECT_EQ("laser", list[0].PrinterName);
 
   UseIni("[PRUNE]\r\nServerNames=\r\nPrinterNames=laser,color\r\n");
-  EXPECT_EQ(9, ExpectFatal([&] { ReadPruneDefinitions(list); }).Number);
+  EXPECT_EQ(9, CatchFatal([&] { ReadPruneDefinitions(list); }).Number);
 }
 
 TEST_F(modINIDocumentTest, ReadPopulateAndPrune_SameKeyNamesAreIndependent) {
@@ -485,7 +477,7 @@ TEST_F(modINIDocumentTest, ReadDriverDefinitions_TestsNamesUntrimmed) {
 TEST_F(modINIDocumentTest, ReadDriverDefinitions_MoreFileNamesThanPrinters_IsFatal) {
   UseIni("[PRINTER_DRIVER]\r\nPrinterName=a,b\r\nDriverFileName=x,y,z\r\n");
   std::vector<DriverDefinition> list;
-  EXPECT_EQ(9, ExpectFatal([&] { ReadDriverDefinitions(list); }).Number);
+  EXPECT_EQ(9, CatchFatal([&] { ReadDriverDefinitions(list); }).Number);
 }
 
 TEST_F(modINIDocumentTest, ListValue_IsCutAt9999Characters) {

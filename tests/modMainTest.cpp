@@ -1,6 +1,7 @@
 #include "engine/modMain.h"
 
 #include "IniFileBuilder.h"
+#include "ScenarioHelpers.h"
 #include "SimFixture.h"
 #include "app/DebugFileReader.h"
 #include "config/modINIDocument.h"
@@ -18,12 +19,9 @@ namespace {
 
 using nlohmann::json;
 
-std::string Line(const std::string& text) { return text + "\r\n"; }
-
-std::string Banner(int before, const std::string& title, int after) {
-  const std::string rule(80, '*');
-  return Line(rule) + Line(std::string(before, '*') + title + std::string(after, '*')) + Line(rule);
-}
+using scenario::Banner;
+using scenario::Contains;
+using scenario::Line;
 
 const std::string kBeginBanner = Banner(30, "     BEGIN DEBUG     ", 29);
 const std::string kEndBanner = Banner(31, "     END DEBUG     ", 30);
@@ -43,10 +41,6 @@ class modMainTest : public SimFixture {
     EXPECT_TRUE(DecodeDebugFile(ReadBytes("C:\\Deploy\\PC042.debug"), decoded, error)) << error;
     EXPECT_EQ(0u, decoded.droppedBytes);
     return decoded.text;
-  }
-
-  static bool Contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
   }
 };
 

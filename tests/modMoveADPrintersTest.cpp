@@ -6,6 +6,7 @@
 #include "migration/modMoveADPrinters.h"
 
 #include "IniFileBuilder.h"
+#include "ScenarioHelpers.h"
 #include "SimFixture.h"
 #include "config/modINIDocument.h"
 #include "diagnostics/modDebug.h"
@@ -29,75 +30,15 @@ using nlohmann::json;
 
 namespace {
 
-std::string Log(std::initializer_list<std::string> lines) {
-  std::string text;
-  for (const auto& line : lines) text += line + "\r\n";
-  return text;
-}
-
-std::string Report(std::initializer_list<std::string> lines) {
-  std::string text;
-  for (const auto& line : lines) text += "\r\n" + line;
-  return text;
-}
-
-json Net(const std::string& server, const std::string& queue) {
-  return {{"name", "\\\\" + server + "\\" + queue}, {"serverName", "\\\\" + server},
-          {"shareName", queue}};
-}
-
-json Local(const std::string& name) {
-  return {{"name", name}, {"serverName", nullptr}, {"portName", "LPT1:"}};
-}
+using namespace scenario;
 
 // A print queue of the directory.
 json Queue(const std::string& name, std::vector<std::string> shares) {
   return {{"name", name}, {"printShareName", shares}};
 }
 
-json Servers(std::initializer_list<std::pair<std::string, std::vector<std::string>>> servers) {
-  json result = json::object();
-  for (const auto& [name, queues] : servers) result[name] = {{"queues", queues}};
-  return result;
-}
-
-ClientPrinter Client(const std::string& server, const std::string& name, const std::string& queue) {
-  ClientPrinter printer;
-  printer.ServerName = server;
-  printer.PrinterName = name;
-  printer.QueueName = queue;
-  return printer;
-}
-
-std::vector<std::string> Names(const json& printers) {
-  std::vector<std::string> names;
-  for (const auto& printer : printers) names.push_back(printer.at("name").get<std::string>());
-  return names;
-}
-
-// "Call arg" for each recorded spooler call.
-std::vector<std::string> Calls(const json& transcript) {
-  std::vector<std::string> calls;
-  for (const auto& call : transcript["spoolerCalls"]) {
-    std::string text = call["call"].get<std::string>();
-    if (!call["args"].empty() && call["args"][0].is_string()) {
-      text += " " + call["args"][0].get<std::string>();
-    }
-    calls.push_back(text);
-  }
-  return calls;
-}
-
-size_t Count(const std::string& text, const std::string& piece) {
-  size_t n = 0;
-  for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1)) ++n;
-  return n;
-}
-
 const std::string kDomain = "corp.example.com";
 const std::string kContext = "DC=corp,DC=example,DC=com";
-const std::string kHeader = "* ----- Computer: PC042 Username: jdoe Printers ----- *";
-const std::string kNoDefault = "Warning no currently set default printer.";
 const std::string kADPrinters = "* ----- AD Printers ----- *";
 const std::string kMigrating = "* ----- Migrating Printers using AD ----- *";
 const std::string kOrphans =
@@ -110,7 +51,7 @@ const std::string kQueryText = "Error quering Active Directory printers.";
 const std::string kServerDown = "-2147016646";
 const std::string kServerDownText = "The server is not operational.";
 
-class ADTest : public SimFixture {
+class ADTest : public scenario::ScenarioFixture {
  protected:
   // The domain's directory with these queues.
   void Directory(json queues) {
@@ -125,23 +66,10 @@ class ADTest : public SimFixture {
     return ini;
   }
 
-  json RunWith(const IniFile& ini) {
-    WriteFile("C:\\Deploy\\x.ini", ini.Text());
-    return Run();
-  }
-
-  std::string Status() { return ReadFile("C:\\Users\\jdoe\\Zandolin_status.log"); }
-
-  // Installs the client for direct calls, with the log on.
+  // Installs the client for direct calls, with the log on and the domain set.
   void Prepare() {
-    Install();
-    INIDocument.DebugOn = true;
+    ScenarioFixture::Prepare();
     INIDocument.DomainName = kDomain;
-    OperationsSucceeded = true;
-  }
-
-  static void ExpectBlock(const std::string& text, const std::string& block) {
-    EXPECT_NE(text.find(block), std::string::npos) << "missing:\n" << block << "\nin:\n" << text;
   }
 
   // The outcome text from the directory's header on.

@@ -5,6 +5,7 @@
 #include "migration/modMoveNetworkPrinters.h"
 
 #include "IniFileBuilder.h"
+#include "ScenarioHelpers.h"
 #include "SimFixture.h"
 #include "config/modINIDocument.h"
 #include "diagnostics/modDebug.h"
@@ -26,98 +27,12 @@ using nlohmann::json;
 
 namespace {
 
-std::string Log(std::initializer_list<std::string> lines) {
-  std::string text;
-  for (const auto& line : lines) text += line + "\r\n";
-  return text;
-}
+using namespace scenario;
 
-std::string Report(std::initializer_list<std::string> lines) {
-  std::string text;
-  for (const auto& line : lines) text += "\r\n" + line;
-  return text;
-}
+// A valid INI file that asks for the manual migration.
+class IniFile : public testini::ManualIni<IniFile> {};
 
-json Net(const std::string& server, const std::string& queue) {
-  return {{"name", "\\\\" + server + "\\" + queue}, {"serverName", "\\\\" + server},
-          {"shareName", queue}};
-}
-
-json Servers(std::initializer_list<std::pair<std::string, std::vector<std::string>>> servers) {
-  json result = json::object();
-  for (const auto& [name, queues] : servers) result[name] = {{"queues", queues}};
-  return result;
-}
-
-// A list entry with the three fields the migration reads.
-ClientPrinter Client(const std::string& server, const std::string& name, const std::string& queue) {
-  ClientPrinter printer;
-  printer.ServerName = server;
-  printer.PrinterName = name;
-  printer.QueueName = queue;
-  return printer;
-}
-
-std::vector<std::string> Names(const json& printers) {
-  std::vector<std::string> names;
-  for (const auto& printer : printers) names.push_back(printer.at("name").get<std::string>());
-  return names;
-}
-
-// "Call arg" for each recorded spooler call.
-std::vector<std::string> Calls(const json& transcript) {
-  std::vector<std::string> calls;
-  for (const auto& call : transcript["spoolerCalls"]) {
-    std::string text = call["call"].get<std::string>();
-    if (!call["args"].empty() && call["args"][0].is_string()) {
-      text += " " + call["args"][0].get<std::string>();
-    }
-    calls.push_back(text);
-  }
-  return calls;
-}
-
-const std::string kStars(80, '*');
-const std::string kHeader = "* ----- Computer: PC042 Username: jdoe Printers ----- *";
-const std::string kNoDefault = "Warning no currently set default printer.";
-
-// A valid INI file that asks for the manual migration; tests set the keys
-// they need.
-class IniFile : public testini::IniFile {
- public:
-  IniFile() : testini::IniFile(testini::ValidIni()) {
-    Set("GENERAL", "UseManualDefinitions", "True");
-  }
-  IniFile& Set(const std::string& section, const std::string& key, const std::string& value) {
-    testini::IniFile::Set(section, key, value);
-    return *this;
-  }
-};
-
-class MoveNetworkPrintersTest : public SimFixture {
- protected:
-  json RunWith(const IniFile& ini) {
-    WriteFile("C:\\Deploy\\x.ini", ini.Text());
-    return Run();
-  }
-
-  std::string Status() { return ReadFile("C:\\Users\\jdoe\\Zandolin_status.log"); }
-
-  // Installs the client for direct calls, with the log on.
-  void Prepare() {
-    Install();
-    INIDocument.DebugOn = true;
-    OperationsSucceeded = true;
-  }
-
-  static void ExpectBlock(const std::string& text, const std::string& block) {
-    EXPECT_NE(text.find(block), std::string::npos) << "missing:\n" << block << "\nin:\n" << text;
-  }
-};
-
-std::string Banner(int before, const std::string& title, int after) {
-  return Log({kStars, std::string(before, '*') + title + std::string(after, '*'), kStars});
-}
+class MoveNetworkPrintersTest : public scenario::ScenarioFixture {};
 
 const std::string kPrinterBanner = Banner(22, "     MOVING USING PRINTER TO PRINTER    ", 22);
 const std::string kServerBanner = Banner(20, "     MOVING USING SERVER TO SERVER    ", 20);

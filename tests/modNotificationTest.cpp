@@ -3,6 +3,7 @@
 #include "notification/modNotification.h"
 
 #include "IniFileBuilder.h"
+#include "ScenarioHelpers.h"
 #include "SimFixture.h"
 #include "config/modINIDocument.h"
 #include "diagnostics/frmProgress.h"
@@ -24,12 +25,8 @@ namespace {
 
 using nlohmann::json;
 
-std::string Line(const std::string& text) { return text + "\r\n"; }
-
-std::string Banner(int before, const std::string& title, int after) {
-  const std::string rule(80, '*');
-  return Line(rule) + Line(std::string(before, '*') + title + std::string(after, '*')) + Line(rule);
-}
+using scenario::Banner;
+using scenario::Line;
 
 const std::string kEmailBanner = Banner(24, "     NOTFICATION VIA EMAIL    ", 24);
 const std::string kFileBanner = Banner(22, "     NOTIFICATION VIA FILE OUTPUT     ", 21);

@@ -4,6 +4,7 @@
 
 #include "printers/modPrinterAPIs.h"
 
+#include "ScenarioHelpers.h"
 #include "SimFixture.h"
 #include "config/modINIDocument.h"
 #include "diagnostics/frmProgress.h"
@@ -25,20 +26,13 @@ using nlohmann::json;
 
 namespace {
 
-// Debug lines as the log holds them: each ended by CR LF.
-std::string Log(std::initializer_list<std::string> lines) {
-  std::string text;
-  for (const auto& line : lines) text += line + "\r\n";
-  return text;
-}
+using scenario::Client;
+using scenario::Log;
+using scenario::Names;
+using scenario::Report;
 
-// Report lines as the outcome text holds them: each behind CR LF.
-std::string Report(std::initializer_list<std::string> lines) {
-  std::string text;
-  for (const auto& line : lines) text += "\r\n" + line;
-  return text;
-}
-
+// Printer records with their attributes, which the default printer and the
+// driver installation read.
 json Net(const std::string& server, const std::string& queue, uint32_t attributes = 0) {
   return {{"name", "\\\\" + server + "\\" + queue},
           {"serverName", "\\\\" + server},
@@ -49,21 +43,6 @@ json Net(const std::string& server, const std::string& queue, uint32_t attribute
 json Local(const std::string& name, uint32_t attributes = 0) {
   return {{"name", name}, {"serverName", nullptr}, {"portName", "LPT1:"},
           {"attributes", attributes}};
-}
-
-// A list entry with the three fields the migration reads.
-ClientPrinter Client(const std::string& server, const std::string& name, const std::string& queue) {
-  ClientPrinter printer;
-  printer.ServerName = server;
-  printer.PrinterName = name;
-  printer.QueueName = queue;
-  return printer;
-}
-
-std::vector<std::string> Names(const json& printers) {
-  std::vector<std::string> names;
-  for (const auto& printer : printers) names.push_back(printer.at("name").get<std::string>());
-  return names;
 }
 
 std::string Text(const char* pointer) { return pointer ? std::string(pointer) : "(null)"; }
@@ -287,7 +266,7 @@ class PrinterAPIsTest : public SimFixture {
   bool wrapped_ = false;
 };
 
-const std::string kHeader = "* ----- Computer: PC042 Username: jdoe Printers ----- *";
+using scenario::kHeader;
 const std::string kBlanks1024(1024, ' ');
 
 // ---------------------------------------------------------------------------
