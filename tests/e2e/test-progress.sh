@@ -76,8 +76,11 @@ check_eq "with a display the run ends with exit code 0" "exit 0" "$(grep '^exit 
 check_line "with a display the run goes on" "$log" ">> Finished notification, abort status: False"
 captions=$(grep -v '^exit \|^left: ' "$watch" | cut -d'|' -f1 | sort -u)
 check_eq "one window, captioned as the form" "Zandolin Engine Progress ..." "$captions"
+# Without a window manager X may also show Wine's outer window, frame
+# included, under the same name: the client area must be among the sizes.
+sizes=$(grep '^Zandolin' "$watch" | cut -d'|' -f4,5 | sort -u | tr '|' 'x' | tr '\n' ' ')
 check_eq "client area of 6645 x 1485 twips at 96 dpi" "443x99" \
-  "$(grep '^Zandolin' "$watch" | cut -d'|' -f4,5 | sort -u | tr '|' 'x')"
+  "$(grep -o '443x99' <<<"$sizes" || echo "$sizes")"
 viewable=$(grep '|IsViewable$' "$watch" | head -n 1)
 check_eq "the window is shown during the run" yes "$([ -n "$viewable" ] && echo yes || echo no)"
 if [ -n "$viewable" ]; then
