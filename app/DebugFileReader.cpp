@@ -17,51 +17,102 @@
 // is too short only cuts a piece out of the middle of the text, and a length
 // that is too long puts bytes of the older run into its middle.
 //
-// The reader takes the largest even L whose text is a debug log: well-formed
-// UTF-16 of text characters (CR only before LF, LF only after CR, no other
-// control character, no noncharacter, no lone surrogate) that begins with a
-// line of 80 asterisks and ends with CR LF. Validity of a stream prefix is
-// monotone, so one pass over each stream gives the longest valid prefixes,
-// and every length is then judged in constant time: the whole search is
-// linear in the size of the file.
+// A length is valid when its text is a debug log: well-formed UTF-16 of text
+// characters (CR only before LF, LF only after CR, no other control
+// character, no noncharacter, no lone surrogate) that begins with a line of
+// 80 asterisks and ends with CR LF. Validity of a stream prefix is monotone,
+// so one pass over each stream gives the longest valid prefixes, and every
+// length is then judged in constant time.
 //
-// What tells this run's end from an older run's tail is the byte d[L]: the
-// older run's sum stands behind this run's last sum there, so d[L] is an
-// arbitrary value, while the bytes after it are the older run's own
-// reordered bytes and decode as that run's text. d[L] is the low byte of
-// the back-stream unit B(L/4-1) when L is a multiple of four; otherwise it
-// is the high byte of B((L-2)/4), or of the middle unit of length L+2. Every
-// longer length holds that unit, so all of them fail when it is not text.
-// A high byte at random mostly gives a character of a script found nowhere
-// else in the text. So when the text of the largest valid length holds a
-// character that stands alone in its script (Latin letters and the
-// punctuation of the Western code page never count as alone; the signs of
-// the Latin-1 block, such as ° or £, do), and d[L] of a shorter valid
-// length L lies in that character, the reader takes L instead, and goes on
-// the same way from there.
+// Where this run ends. With a tail behind this run's L bytes, the front
+// stream goes on past the joint with the older run's text at the same index,
+// the back stream with the older run's text at the same distance from its
+// end, and the byte d[L] between the two runs' sums is arbitrary: it is the
+// low byte of the back unit B(L/4-1) when L is a multiple of four, else the
+// high byte of B((L-2)/4). So the text of the true length is a genuine log
+// across its joint, while the back stream breaks at that unit. The reader
+// takes the longest valid length unless a shorter valid length has strong
+// evidence of being this run's end:
+//   - Candidates: the back stream breaks at the unit that holds d[L], that
+//     is, some window of four units around it occurs nowhere else in the
+//     file.
+//   - Evidence, as a log-likelihood ratio of "the text of L, then a tail"
+//     against "the text of the longest valid length" under a model of the
+//     file's own text (counts of one to four units over both streams in text
+//     order, each order backing off to the one below, Witten-Bell with a
+//     generous weight for units not yet seen after a context; the windows
+//     that hold the units judged are left out of the counts): the three units
+//     after the joint after the text before the joint, against after their
+//     own neighbours in the longest text; the unit that holds d[L] as an
+//     arbitrary byte against its neighbours there; the front stream after the
+//     joint as an older run's text (often the same text again) against the
+//     continuation of the longest text; when L is a multiple of four, the
+//     middle unit that only the text of L has.
+//   - The line across the joint: a line that begins with asterisks must be
+//     80 of them or the title line of one of the engine's banners, and one
+//     that begins "* " a header of the outcome text, or the length is no end. A line that stands
+//     elsewhere in the file counts strongly for the joint (more than half of
+//     true joints, three in a thousand of other candidates); one that does
+//     not counts a little against.
+//   - The bar is higher when L is a multiple of four (d[L] is then a low
+//     byte, often an ordinary character) than otherwise (d[L] is a high byte,
+//     mostly a character of no script in the log), and rises with the log of
+//     the number of candidates beyond a thousand.
+// The best candidate over the bar wins; then, while a clearly shorter one is
+// over the bar too, the best of those, since every older run behind leaves a
+// joint of its own. The whole search is linear in the size of the file: the
+// counts are taken from at most about a million units of each stream, and
+// only the candidates are weighed.
 //
-// Limitation: the format has no length, no marker and no check sum, so a
-// tail whose first byte happens to make an ordinary character cannot be
-// told apart from the log itself. For a log in Latin script this happens
-// about twice in three when L is a multiple of four (d[L] then makes a
-// character of U+0000..U+00FF, of which only the controls and the Latin-1
-// signs give it away) and seldom otherwise. The reader then returns the
-// longer text, with a piece of the older run in its middle, and reports
-// nothing dropped. The other way round, a log whose back half holds the only
-// character of some script (a single Chinese character, or a single ° sign,
-// in an English log) may be taken as ending there.
+// Limitation: the format has no length, no marker and no check sum, so the
+// end of a run can only be inferred. Measured on pairs of runs of the engine
+// on simulated clients, the second run shorter in many different ways (600
+// files with a tail, 1796 without), the reader finds the newest run's end in
+// 88 % of the files with a tail: 99 % when L is not a multiple of four, 76 %
+// when it is. On pairs of texts made of log lines it finds 91 %, and 83 of
+// 85 with clients of 30 to 180 printers. The rest read as the longer text,
+// with a piece of the older run in its middle, and nothing reported dropped.
+// It misses mostly when L is a multiple of four and d[L] makes a character
+// that fits where it stands, or when the tail is only a few bytes long. No
+// file without a tail was cut short; the bar stands above the strongest
+// evidence any of them gave.
 #include "app/DebugFileReader.h"
 
-#include <array>
+#include <algorithm>
+#include <bit>
+#include <cmath>
 #include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace {
 
 constexpr uint16_t kCR = 0x0D;
 constexpr uint16_t kLF = 0x0A;
+constexpr uint16_t kStar = '*';
+constexpr uint16_t kBlank = ' ';
 constexpr size_t kStarLine = 80;
 constexpr size_t kFirstLineUnits = kStarLine + 2;   // the asterisks and CR LF
 constexpr size_t kMinLength = 2 * kFirstLineUnits;  // bytes of the shortest log
+constexpr size_t kNone = SIZE_MAX;
+
+// The title lines of the engine's banners, asterisks included.
+constexpr std::string_view kBannerTitles[] = {
+    "******************************     BEGIN DEBUG     *****************************",
+    "*******************************     END DEBUG     ******************************",
+    "************************     COMMAND LINE PARAMETERS    ***********************",
+    "****************************     NETWORK PRINTERS    ***************************",
+    "****************************     MOVING USING AD    ***************************",
+    "**********************     MOVING USING PRINTER TO PRINTER    **********************",
+    "********************     MOVING USING SERVER TO SERVER    ********************",
+    "*********************     MOVING USING MIXED TO MIXED    ********************",
+    "************************     NOTFICATION VIA EMAIL    ************************",
+    "**********************     NOTIFICATION VIA FILE OUTPUT     *********************",
+    "*********************     NOTIFICATION VIA CLIENT POP-UP    ********************",
+    "***********************     NOTIFICATION VIA EVENT LOG    **********************",
+};
 
 bool IsHighSurrogate(uint16_t u) { return u >= 0xD800 && u <= 0xDBFF; }
 bool IsLowSurrogate(uint16_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
@@ -78,69 +129,6 @@ bool IsBadUnit(uint16_t u) {
 bool PairOk(uint16_t x, uint16_t y) {
   return (x == kCR) == (y == kLF) && IsHighSurrogate(x) == IsLowSurrogate(y);
 }
-
-// The script group of a unit for the stray-character test; -1 for the
-// characters that may well stand alone in a log.
-constexpr int kGroups = 16 + 256;
-int GroupOf(uint16_t u) {
-  // The signs of the Latin-1 block (the letters and ª º µ · count as Latin).
-  if ((u >= 0xA0 && u <= 0xBF && u != 0xAA && u != 0xB5 && u != 0xB7 && u != 0xBA) || u == 0xD7 ||
-      u == 0xF7)
-    return 8;
-  // Latin, and the punctuation and symbols of the Western code page.
-  if (u < 0x0370 || (u >= 0x1E00 && u <= 0x1EFF) || u == 0xFFFD || u == 0xFEFF) return -1;
-  switch (u) {
-    case 0x2013: case 0x2014: case 0x2018: case 0x2019: case 0x201A: case 0x201C:
-    case 0x201D: case 0x201E: case 0x2020: case 0x2021: case 0x2022: case 0x2026:
-    case 0x2030: case 0x2039: case 0x203A: case 0x20AC: case 0x2122:
-      return -1;
-    default:
-      break;
-  }
-  if ((u >= 0x1100 && u <= 0x11FF) || (u >= 0x2E80 && u <= 0x9FFF) || (u >= 0xA960 && u <= 0xA97F) ||
-      (u >= 0xAC00 && u <= 0xD7FF) || (u >= 0xF900 && u <= 0xFAFF) || (u >= 0xFE30 && u <= 0xFE4F) ||
-      (u >= 0xFF00 && u <= 0xFFEF))
-    return 0;   // Chinese, Japanese and Korean, which one code page mixes
-  if (u >= 0xD800 && u <= 0xDFFF) return 1;   // characters beyond the BMP
-  if (u >= 0x2000 && u <= 0x2BFF) return 7;   // other punctuation, symbols, arrows, shapes
-  if (u <= 0x03FF || (u >= 0x1F00 && u <= 0x1FFF)) return 2;   // Greek
-  if (u >= 0x0400 && u <= 0x052F) return 3;                    // Cyrillic
-  if (u <= 0x058F) return 4;                                   // Armenian
-  if (u <= 0x05FF || (u >= 0xFB1D && u <= 0xFB4F)) return 5;   // Hebrew
-  if (u <= 0x06FF || (u >= 0x0750 && u <= 0x077F) || (u >= 0xFB50 && u <= 0xFDFF) ||
-      (u >= 0xFE70 && u <= 0xFEFE))
-    return 6;   // Arabic
-  return 16 + (u >> 8);
-}
-
-// Counts the characters of each script group in a text; tells how many
-// groups hold exactly one.
-class StrayCounter {
- public:
-  void Add(uint16_t u) { Change(u, +1); }
-  void AddAll(const uint16_t* units, size_t count) {
-    for (size_t i = 0; i < count; ++i)
-      if (units[i] >= 0xA0) Change(units[i], +1);
-  }
-  void Remove(uint16_t u) { Change(u, -1); }
-  bool AnyStray() const { return strays_ > 0; }
-  // Whether u stands alone in its script group.
-  bool IsStray(uint16_t u) const {
-    int g = GroupOf(u);
-    return g >= 0 && counts_[g] == 1;
-  }
-
- private:
-  void Change(uint16_t u, int delta) {
-    int g = GroupOf(u);
-    if (g < 0) return;
-    if (counts_[g] == 1) --strays_;
-    counts_[g] += delta;
-    if (counts_[g] == 1) ++strays_;
-  }
-  std::array<int64_t, kGroups> counts_{};
-  size_t strays_ = 0;
-};
 
 // The code units of the two streams, with the sum undone.
 class Streams {
@@ -170,9 +158,11 @@ class Streams {
   }
 
   size_t size() const { return size_; }
-  // Front unit k, back unit r (r-th from the end of the text).
   const std::vector<uint16_t>& FrontUnits() const { return front_; }
   const std::vector<uint16_t>& BackUnits() const { return back_; }
+  size_t FrontCount() const { return front_.size(); }
+  size_t BackCount() const { return back_.size(); }
+  // Front unit k, back unit r (r-th from the end of the text).
   uint16_t Front(size_t k) const { return front_[k]; }
   uint16_t Back(size_t r) const { return back_[r]; }
   // The middle unit of a length that is a multiple of four: (d[L-1], d[L-2]).
@@ -192,7 +182,8 @@ class Streams {
 struct Shape {
   size_t front = 0;     // units from the front stream
   bool middle = false;  // one unit from d[L-1] and d[L-2]
-  size_t back = 0;      // units from the back stream
+  size_t back = 0;      // units from the back stream; B(back) holds d[L]
+  size_t joint = 0;     // the last unit before the back stream's units
 };
 
 Shape ShapeOf(size_t length) {
@@ -205,6 +196,7 @@ Shape ShapeOf(size_t length) {
     s.front = (length + 2) / 4;
     s.back = (length - 2) / 4;
   }
+  s.joint = length / 4;
   return s;
 }
 
@@ -214,12 +206,22 @@ uint16_t TextUnit(const Streams& st, size_t length, const Shape& s, size_t i) {
   return st.Back(length / 2 - 1 - i);
 }
 
-// The unit that holds d[length] in the text of the longer length wider:
-// the byte after a run's end, which an older run's tail leaves arbitrary.
-uint16_t SeamUnit(const Streams& st, size_t wider, size_t length) {
-  if (length % 4 == 2) return wider == length + 2 ? st.Middle(wider) : st.Back((length - 2) / 4);
-  return st.Back(length / 4 - 1);
-}
+// The units of the text of one length, by index.
+class LengthText {
+ public:
+  LengthText(const Streams& st, size_t length) : st_(st), length_(length), shape_(ShapeOf(length)) {}
+  uint16_t operator[](size_t i) const { return TextUnit(st_, length_, shape_, i); }
+  size_t size() const { return length_ / 2; }
+  size_t length() const { return length_; }
+  const Shape& shape() const { return shape_; }
+  // The index of back unit r.
+  size_t IndexOfBack(size_t r) const { return size() - 1 - r; }
+
+ private:
+  const Streams& st_;
+  size_t length_;
+  Shape shape_;
+};
 
 // The longest prefix of a stream, taken in text order, that breaks no rule
 // inside itself. The back stream runs backwards through the text.
@@ -235,11 +237,535 @@ size_t LongestPrefix(const std::vector<uint16_t>& units, bool backwards) {
 
 bool StartsWithStarLine(const Streams& st, size_t length, const Shape& s) {
   for (size_t i = 0; i < kFirstLineUnits; ++i) {
-    uint16_t want = i < kStarLine ? '*' : i == kStarLine ? kCR : kLF;
+    uint16_t want = i < kStarLine ? kStar : i == kStarLine ? kCR : kLF;
     if (TextUnit(st, length, s, i) != want) return false;
   }
   return true;
 }
+
+// Which lengths give a debug log.
+class Validity {
+ public:
+  explicit Validity(const Streams& st)
+      : st_(st),
+        maxFront_(LongestPrefix(st.FrontUnits(), false)),
+        maxBack_(LongestPrefix(st.BackUnits(), true)),
+        endsWithLF_(st.BackCount() > 0 && st.Back(0) == kLF) {
+    frontStars_ = maxFront_ >= kFirstLineUnits &&
+                  StartsWithStarLine(st, 2 * kFirstLineUnits, Shape{kFirstLineUnits, false, 0, 0});
+  }
+
+  bool Valid(size_t length) const {
+    const Shape s = ShapeOf(length);
+    if (!(s.front <= maxFront_ && s.back <= maxBack_ && endsWithLF_ && s.back >= 1)) return false;
+    const uint16_t lastFront = st_.Front(s.front - 1), firstBack = st_.Back(s.back - 1);
+    if (s.middle) {
+      const uint16_t m = st_.Middle(length);
+      if (IsBadUnit(m) || !PairOk(lastFront, m) || !PairOk(m, firstBack)) return false;
+    } else if (!PairOk(lastFront, firstBack)) {
+      return false;
+    }
+    return s.front >= kFirstLineUnits ? frontStars_ : StartsWithStarLine(st_, length, s);
+  }
+
+ private:
+  const Streams& st_;
+  size_t maxFront_, maxBack_;
+  bool endsWithLF_;
+  bool frontStars_ = false;
+};
+
+// ---------------------------------------------------------------------------
+// Statistics of the file's own text.
+
+constexpr int kOrder = 4;                 // units in the longest window counted
+constexpr int kContext = kOrder - 1;
+
+// One stream in text order: the front stream as it stands, the back stream
+// from its far end.
+struct TextOrder {
+  const uint16_t* units;
+  size_t count;
+  bool reversed;
+  uint16_t operator[](size_t i) const { return reversed ? units[count - 1 - i] : units[i]; }
+};
+
+TextOrder FrontOrder(const Streams& st) { return {st.FrontUnits().data(), st.FrontCount(), false}; }
+TextOrder BackOrder(const Streams& st) { return {st.BackUnits().data(), st.BackCount(), true}; }
+
+// Which windows of a stream are counted, by the index of their first unit
+// in text order: all of them, or in a very long stream blocks spread over
+// it, about half a million units in all, and always the last block, which
+// in the back stream holds the end of the text.
+class Sample {
+ public:
+  explicit Sample(size_t count)
+      : count_(count), stride_(count <= kUnits ? 1 : (count + kUnits - 1) / kUnits) {}
+  bool Holds(size_t start) const {
+    return stride_ == 1 || (start >> kBlockBits) % stride_ == 0 || count_ - start <= kBlock;
+  }
+  // The first index at or after i that starts a counted window.
+  size_t NextFrom(size_t i) const {
+    if (Holds(i)) return i;
+    const size_t next = ((i >> kBlockBits) / stride_ * stride_ + stride_) << kBlockBits;
+    return std::min(next, count_ > kBlock ? count_ - kBlock : 0);
+  }
+
+ private:
+  static constexpr size_t kUnits = size_t{1} << 19;
+  static constexpr int kBlockBits = 12;
+  static constexpr size_t kBlock = size_t{1} << kBlockBits;
+  size_t count_, stride_;
+};
+
+// The key of a sequence of units: a single unit is its own key, a longer
+// sequence the key of all but its last unit extended by that unit.
+uint64_t Extend(uint64_t key, uint16_t u) {
+  uint64_t h = (key + 1) * 0x9E3779B97F4A7C15ull + u;
+  return h ^ (h >> 31);
+}
+uint64_t Pack(const uint16_t* units, int count) {
+  uint64_t key = units[0];
+  for (int i = 1; i < count; ++i) key = Extend(key, units[i]);
+  return key;
+}
+
+// Counts by key: occurrences, and for contexts the number of different
+// units seen after them.
+class GramTable {
+ public:
+  GramTable() { Resize(1u << 8); }
+
+  // Whether the key is new.
+  bool Add(uint64_t key) {
+    const size_t i = Find(key);
+    if (counts_[i]++ != 0) return false;
+    keys_[i] = key;
+    if (++used_ * 2 > keys_.size()) Resize(keys_.size() * 2);
+    return true;
+  }
+  uint32_t Count(uint64_t key) const { return counts_[Find(key)]; }
+  uint32_t Types(uint64_t key) const { return types_[Find(key)]; }
+  void AddType(uint64_t key) {
+    const size_t i = Find(key);
+    if (counts_[i] != 0) ++types_[i];
+  }
+
+ private:
+  size_t Find(uint64_t key) const {
+    const uint64_t* keys = keys_.data();
+    const uint32_t* counts = counts_.data();
+    size_t i = static_cast<size_t>((key * 0x9E3779B97F4A7C15ull) >> shift_);
+    while (counts[i] != 0 && keys[i] != key) i = (i + 1) & mask_;
+    return i;
+  }
+  void Resize(size_t size) {
+    std::vector<uint64_t> keys(size, 0);
+    std::vector<uint32_t> counts(size, 0), types(size, 0);
+    keys.swap(keys_);
+    counts.swap(counts_);
+    types.swap(types_);
+    mask_ = size - 1;
+    shift_ = 64 - std::countr_zero(size);
+    for (size_t i = 0; i < keys.size(); ++i) {
+      if (counts[i] == 0) continue;
+      const size_t at = Find(keys[i]);
+      keys_[at] = keys[i];
+      counts_[at] = counts[i];
+      types_[at] = types[i];
+    }
+  }
+
+  std::vector<uint64_t> keys_;
+  std::vector<uint32_t> counts_, types_;
+  size_t used_ = 0;
+  size_t mask_ = 0;
+  int shift_ = 64;
+};
+
+// Occurrences left out of the counts while one place of the file is
+// judged: the windows that hold the units judged.
+class HeldOut {
+ public:
+  void Clear() { items_.clear(); }
+  void Add(int order, uint64_t key) {
+    for (Item& item : items_) {
+      if (item.order == order && item.key == key) {
+        ++item.count;
+        return;
+      }
+    }
+    items_.push_back(Item{order, key, 1});
+  }
+  uint32_t Count(int order, uint64_t key) const {
+    for (const Item& item : items_)
+      if (item.order == order && item.key == key) return item.count;
+    return 0;
+  }
+
+ private:
+  struct Item {
+    int order;
+    uint64_t key;
+    uint32_t count;
+  };
+  std::vector<Item> items_;
+};
+
+// The chance of a unit after up to three others, from the counts of units
+// and their sequences in both streams; each order backs off to the one
+// below (Witten-Bell, the weight of the order below being kEscape times the
+// number of different units seen after the context).
+class TextModel {
+ public:
+  explicit TextModel(const Streams& st) : units_(65536, 0), unitTypes_(65536, 0) {
+    for (const TextOrder& s : {FrontOrder(st), BackOrder(st)}) {
+      const Sample sample(s.count);
+      for (size_t i = sample.NextFrom(0); i < s.count; i = sample.NextFrom(i + 1)) {
+        // The windows that start at unit i.
+        const uint16_t first = s[i];
+        if (units_[first]++ == 0) ++distinctUnits_;
+        ++total_;
+        uint64_t key = first;
+        for (int order = 2; order <= kOrder && i + order <= s.count; ++order) {
+          const uint64_t context = key;
+          key = Extend(key, s[i + order - 1]);
+          if (!tables_[order].Add(key)) continue;
+          if (order == 2)
+            ++unitTypes_[context];
+          else
+            tables_[order - 1].AddType(context);
+        }
+      }
+    }
+  }
+
+  uint32_t Count(int order, uint64_t key) const {
+    return order == 1 ? units_[key] : tables_[order].Count(key);
+  }
+
+  // The chance of u after the k units of context, without the held-out
+  // occurrences.
+  double Chance(const uint16_t* context, int k, uint16_t u, const HeldOut& held) const {
+    double p = (Less(units_[u], held.Count(1, u)) + distinctUnits_ * Unseen(u)) /
+               (static_cast<double>(total_) + distinctUnits_);
+    for (int len = 1; len <= k && len < kOrder; ++len) {
+      const uint64_t h = Pack(context + k - len, len);
+      const uint64_t hu = Extend(h, u);
+      const double seenAfter = len == 1 ? unitTypes_[h] : tables_[len].Types(h);
+      const double escape = kEscape * std::max(seenAfter, 1.0);
+      p = (Less(Count(len + 1, hu), held.Count(len + 1, hu)) + escape * p) /
+          (Less(Count(len, h), held.Count(len, h)) + escape);
+    }
+    return p;
+  }
+
+ private:
+  // A log of one file is a small sample of what its lines may hold.
+  static constexpr double kEscape = 6;
+
+  static double Less(uint32_t count, uint32_t held) { return count > held ? count - held : 0; }
+  // How likely a unit never seen in the file is this one: a letter or sign
+  // of ASCII far more than anything else.
+  static double Unseen(uint16_t u) {
+    if (u >= 0x20 && u < 0x7F) return 0.8 / 95;
+    if (u >= 0xA0 && u <= 0xFF) return 0.1 / 96;
+    return 0.1 / 65000;
+  }
+
+  std::vector<uint32_t> units_, unitTypes_;
+  uint64_t total_ = 0;
+  double distinctUnits_ = 0;
+  GramTable tables_[kOrder + 1];
+};
+
+// How often each complete line of the streams occurs, by a hash of its
+// units without CR LF.
+class LineCounts {
+ public:
+  static constexpr size_t kLongest = 1024;   // units; longer lines are not looked at
+
+  explicit LineCounts(const Streams& st) {
+    for (const TextOrder& s : {FrontOrder(st), BackOrder(st)}) {
+      const Sample sample(s.count);
+      // Each line after an LF whose first unit is counted.
+      for (size_t i = 1; i < s.count; ++i) {
+        const size_t next = sample.NextFrom(i);
+        if (next != i) {
+          i = next - 1;
+          continue;
+        }
+        if (s[i - 1] != kLF) continue;
+        uint64_t hash = kSeed;
+        size_t end = i;
+        while (end < s.count && s[end] != kCR && end - i <= kLongest) hash = Step(hash, s[end++]);
+        if (end + 1 < s.count && s[end] == kCR && s[end + 1] == kLF && end - i <= kLongest) table_.Add(hash);
+      }
+    }
+  }
+
+  uint32_t Count(uint64_t hash) const { return table_.Count(hash); }
+
+  static constexpr uint64_t kSeed = 0x84222325CBF29CE4ull;
+  static uint64_t Step(uint64_t hash, uint16_t u) { return (hash ^ u) * 0x100000001B3ull + (hash >> 29); }
+
+ private:
+  GramTable table_;
+};
+
+// Which windows of four units occur more than once in the file, by a hash
+// of each: a bit for "seen" and a bit for "seen again". A collision can only
+// make a window look repeated.
+class RepeatedWindows {
+ public:
+  explicit RepeatedWindows(const Streams& st) {
+    const size_t windows = st.FrontCount() + st.BackCount();
+    int bits = 16;
+    while (bits < 28 && (size_t{1} << bits) < 16 * windows) ++bits;
+    shift_ = 64 - bits;
+    seen_.assign((size_t{1} << bits) / 64, 0);
+    again_.assign(seen_.size(), 0);
+    uint64_t* seen = seen_.data();
+    uint64_t* again = again_.data();
+    const uint16_t* front = st.FrontUnits().data();
+    const uint16_t* back = st.BackUnits().data();
+    uint64_t key = 0;
+    for (size_t i = 0, n = st.FrontCount(); i < n; ++i) {
+      key = key << 16 | front[i];
+      if (i < 3) continue;
+      const uint64_t h = (key * kMix) >> shift_, bit = uint64_t{1} << (h & 63);
+      if (seen[h >> 6] & bit) again[h >> 6] |= bit; else seen[h >> 6] |= bit;
+    }
+    key = 0;
+    for (size_t n = st.BackCount(), i = n; i-- > 0;) {   // text order
+      key = key << 16 | back[i];
+      if (n - 1 - i < 3) continue;
+      const uint64_t h = (key * kMix) >> shift_, bit = uint64_t{1} << (h & 63);
+      if (seen[h >> 6] & bit) again[h >> 6] |= bit; else seen[h >> 6] |= bit;
+    }
+  }
+
+  bool Repeated(uint64_t key) const {
+    const uint64_t h = (key * kMix) >> shift_;
+    return (again_[h >> 6] >> (h & 63)) & 1;
+  }
+
+ private:
+  static constexpr uint64_t kMix = 0x9E3779B97F4A7C15ull;
+  std::vector<uint64_t> seen_, again_;
+  int shift_ = 48;
+};
+
+// Whether the back stream breaks at a unit: some window of four units that
+// holds it occurs nowhere else in the file. Asked for units in falling
+// order, as the candidate lengths fall.
+class BackBreaks {
+ public:
+  BackBreaks(const Streams& st, const RepeatedWindows& repeated)
+      : back_(st.BackUnits().data()), count_(st.BackCount()), repeated_(repeated) {}
+
+  bool At(size_t r) {
+    if (count_ < 4 || r >= count_) return true;
+    // The windows that hold B(r), by the unit that ends them in text order:
+    // (B(e+3), B(e+2), B(e+1), B(e)) for e from r-3 to r. Each is looked up
+    // once, as r falls.
+    const size_t high = std::min(r, count_ - 4), low = r >= 3 ? r - 3 : 0;
+    for (size_t e = high + 1; e-- > low;) {
+      if (done_ != kNone && e >= done_) continue;
+      const uint64_t key = static_cast<uint64_t>(back_[e + 3]) << 48 | static_cast<uint64_t>(back_[e + 2]) << 32 |
+                           static_cast<uint64_t>(back_[e + 1]) << 16 | back_[e];
+      unique_[e % 4] = !repeated_.Repeated(key);
+      done_ = e;
+    }
+    for (size_t e = low; e <= high; ++e)
+      if (unique_[e % 4]) return true;
+    return false;
+  }
+
+ private:
+  const uint16_t* back_;
+  size_t count_;
+  const RepeatedWindows& repeated_;
+  size_t done_ = kNone;   // the lowest end looked up so far
+  bool unique_[4] = {};
+};
+
+// Weighs, for a shorter valid length, "this run's text of that length,
+// then an older run's tail" against "the text of the longest valid length".
+class Judge {
+ public:
+  Judge(const Streams& st, size_t top, const TextModel& model, const LineCounts& lines)
+      : st_(st), top_(st, top), model_(model), lines_(lines) {}
+
+  // The evidence, in natural logarithms of odds; -infinity when the joint
+  // cannot lie inside a log.
+  double Evidence(size_t length) {
+    const LengthText text(st_, length);
+    const Shape& s = text.shape();
+    const size_t j = s.joint, bk = s.back;
+
+    double evidence = 0;
+    if (!LineAcross(text, evidence)) return -INFINITY;
+    HoldOut(j, bk);
+    uint16_t context[kContext];
+
+    // The units after the joint: after this run's text before the joint,
+    // against after their neighbours in the longest text, among them the
+    // unit that holds d[L].
+    for (size_t step = 1; step <= kContext && step <= bk; ++step) {
+      const size_t r = bk - step;
+      int k = 0;
+      for (size_t i = j + step >= kContext ? j + step - kContext : 0; i < j + step; ++i) context[k++] = text[i];
+      evidence += std::log(Chance(context, k, st_.Back(r)));
+      k = Context(top_, top_.IndexOfBack(r), context);
+      evidence -= std::log(Chance(context, k, st_.Back(r)));
+    }
+
+    // The middle unit of the text of a length that is a multiple of four,
+    // made of bytes of both streams, against the front unit in its place.
+    if (s.middle && s.front < top_.shape().front && st_.Middle(length) != st_.Front(s.front)) {
+      const int k = Context(top_, s.front, context);
+      evidence += std::log(Chance(context, k, st_.Middle(length))) -
+                  std::log(Chance(context, k, st_.Front(s.front)));
+    }
+
+    // The unit of the longest text that holds d[L]: an arbitrary byte, the
+    // low one when L is a multiple of four, else the high one next to a low
+    // byte of the older run's text.
+    size_t at = kNone;
+    uint16_t unit = 0;
+    if (bk < top_.shape().back) {
+      at = top_.IndexOfBack(bk);
+      unit = st_.Back(bk);
+    } else if (top_.shape().middle && length + 2 == top_.length()) {
+      at = top_.shape().front;
+      unit = st_.Middle(top_.length());
+    }
+    if (at != kNone) {
+      const int k = Context(top_, at, context);
+      double arbitrary = 1.0 / 256;
+      if (length % 4 != 0) arbitrary *= Chance(context, k, static_cast<uint16_t>(unit & 0xFF));
+      evidence += std::log(arbitrary) - std::log(Chance(context, k, unit));
+    }
+
+    // The front stream after the joint: the older run's text, which often
+    // goes on like this run's, against the longest text going on.
+    double along = 0, fresh = 0;
+    bool any = false;
+    for (size_t i = j + 1; i <= j + kContext && i < top_.shape().front; ++i) {
+      any = true;
+      const uint16_t u = st_.Front(i);
+      int k = Context(top_, i, context);
+      along += std::log(Chance(context, k, u));
+      k = 0;
+      for (size_t p = j + 1; p < i; ++p) context[k++] = st_.Front(p);
+      fresh += std::log(Chance(context, k, u));
+    }
+    if (any) {
+      const double most = std::max(along, fresh);
+      evidence += most - along +
+                  std::log(kSameFront * std::exp(along - most) + (1 - kSameFront) * std::exp(fresh - most));
+    }
+    return evidence;
+  }
+
+ private:
+  static constexpr double kSameFront = 0.5;    // an older run's front goes on like this run's
+  static constexpr double kLineSeen = 5.5;     // the line across the joint stands elsewhere
+  static constexpr double kLineUnseen = -1.2;  // it does not
+  static constexpr size_t kLineSide = 3;       // units it takes from each side, at least
+
+  double Chance(const uint16_t* context, int k, uint16_t u) const { return model_.Chance(context, k, u, held_); }
+
+  // Up to three units before index i; how many.
+  static int Context(const LengthText& text, size_t i, uint16_t* out) {
+    int k = 0;
+    for (size_t p = i >= kContext ? i - kContext : 0; p < i; ++p) out[k++] = text[p];
+    return k;
+  }
+
+  // Leaves out of the counts the windows that hold the units judged: the
+  // back stream from B(bk) down to three units after it, and three front
+  // units after the joint.
+  void HoldOut(size_t j, size_t bk) {
+    held_.Clear();
+    const size_t nF = st_.FrontCount(), nB = st_.BackCount();
+    if (nB > 0) {
+      const size_t high = std::min(bk, nB - 1);
+      const size_t low = bk >= kContext ? bk - kContext : 0;
+      if (low <= high) HoldOutWindows(BackOrder(st_), nB - 1 - high, nB - 1 - low);
+    }
+    if (j + 1 < nF) HoldOutWindows(FrontOrder(st_), j + 1, std::min(nF - 1, j + kContext));
+  }
+
+  // Every window that holds a unit of first..last, text order.
+  void HoldOutWindows(const TextOrder& s, size_t first, size_t last) {
+    const Sample sample(s.count);
+    for (int order = 1; order <= kOrder; ++order) {
+      const size_t from = first + 1 >= static_cast<size_t>(order) ? first + 1 - order : 0;
+      for (size_t start = from; start <= last && start + order <= s.count; ++start) {
+        if (!sample.Holds(start)) continue;
+        uint16_t units[kOrder];
+        for (int i = 0; i < order; ++i) units[i] = s[start + i];
+        held_.Add(order, Pack(units, order));
+      }
+    }
+  }
+
+  // The line of the text that holds the joint. False when it breaks the
+  // form of the lines of asterisks; adds the evidence of the line as a
+  // whole when it takes enough from both sides.
+  bool LineAcross(const LengthText& text, double& evidence) const {
+    const size_t j = text.shape().joint, n = text.size();
+    if (j + 1 >= n || text[j] == kCR) return true;   // the joint splits no line
+    size_t start = j + 1;
+    while (start > 0 && text[start - 1] != kLF) {
+      if (j + 1 - start > LineCounts::kLongest) return true;
+      --start;
+    }
+    size_t end = j + 1;
+    while (end < n && text[end] != kCR) {
+      if (end - start > LineCounts::kLongest) return true;
+      ++end;
+    }
+    if (end == n) return true;
+    if (start < end && text[start] == kStar && !StarLineOk(text, start, end)) return false;
+    if (j + 1 - start < kLineSide || end - (j + 1) < kLineSide) return true;
+    uint64_t hash = LineCounts::kSeed;
+    for (size_t i = start; i < end; ++i) hash = LineCounts::Step(hash, text[i]);
+    evidence += lines_.Count(hash) > 0 ? kLineSeen : kLineUnseen;
+    return true;
+  }
+
+  // A line that begins with an asterisk: 80 asterisks, one of the banner
+  // titles the engine writes, or a header of the outcome text ("* ", a
+  // title, " *").
+  static bool StarLineOk(const LengthText& text, size_t start, size_t end) {
+    size_t lead = 0;
+    while (start + lead < end && text[start + lead] == kStar) ++lead;
+    if (start + lead == end) return lead == kStarLine;
+    if (lead > 1) {
+      for (const std::string_view title : kBannerTitles) {
+        if (title.size() != end - start) continue;
+        size_t i = 0;
+        while (i < title.size() && text[start + i] == static_cast<uint8_t>(title[i])) ++i;
+        if (i == title.size()) return true;
+      }
+      return false;
+    }
+    if (end - start < 4 || text[start + 1] != kBlank || text[end - 1] != kStar || text[end - 2] != kBlank)
+      return false;
+    for (size_t i = start + 2; i < end - 2; ++i)
+      if (text[i] == kStar) return false;
+    return true;
+  }
+
+  const Streams& st_;
+  const LengthText top_;
+  const TextModel& model_;
+  const LineCounts& lines_;
+  HeldOut held_;
+};
 
 // Writes one character as UTF-8 at out; gives the end.
 char* PutUtf8(char* out, uint32_t cp) {
@@ -261,30 +787,94 @@ char* PutUtf8(char* out, uint32_t cp) {
   return out;
 }
 
+// Writes one unit of valid UTF-16 as UTF-8 at out; high holds a high
+// surrogate until its low one comes. Gives the end.
+char* PutUnit(char* out, uint16_t u, uint16_t& high) {
+  if (IsHighSurrogate(u)) {
+    high = u;
+    return out;
+  }
+  if (high != 0) {
+    const uint32_t cp = 0x10000 + ((static_cast<uint32_t>(high) - 0xD800) << 10) + (u - 0xDC00u);
+    high = 0;
+    return PutUtf8(out, cp);
+  }
+  return PutUtf8(out, u);
+}
+
 // The text of a valid length as UTF-8.
 std::string TextOf(const Streams& st, size_t length) {
   const Shape s = ShapeOf(length);
-  std::vector<uint16_t> units;
-  units.reserve(length / 2);
-  units.insert(units.end(), st.FrontUnits().begin(), st.FrontUnits().begin() + s.front);
-  if (s.middle) units.push_back(st.Middle(length));
-  units.insert(units.end(), st.BackUnits().rend() - s.back, st.BackUnits().rend());
-
-  std::string text(units.size() * 3, '\0');   // at most three bytes a unit
+  std::string text(length / 2 * 3, '\0');   // at most three bytes a unit
   char* out = text.data();
-  const uint16_t* u = units.data();
-  for (size_t i = 0, count = units.size(); i < count; ++i) {
-    if (u[i] < 0x80) {
-      *out++ = static_cast<char>(u[i]);
-    } else if (IsHighSurrogate(u[i])) {   // validated: a low surrogate follows
-      out = PutUtf8(out, 0x10000 + ((static_cast<uint32_t>(u[i]) - 0xD800) << 10) + (u[i + 1] - 0xDC00));
-      ++i;
-    } else {
-      out = PutUtf8(out, u[i]);
-    }
+  uint16_t high = 0;
+  const uint16_t* front = st.FrontUnits().data();
+  for (size_t i = 0; i < s.front; ++i) {
+    if (front[i] < 0x80 && high == 0)
+      *out++ = static_cast<char>(front[i]);
+    else
+      out = PutUnit(out, front[i], high);
+  }
+  if (s.middle) out = PutUnit(out, st.Middle(length), high);
+  const uint16_t* back = st.BackUnits().data();
+  for (size_t r = s.back; r-- > 0;) {
+    if (back[r] < 0x80 && high == 0)
+      *out++ = static_cast<char>(back[r]);
+    else
+      out = PutUnit(out, back[r], high);
   }
   text.resize(static_cast<size_t>(out - text.data()));
   return text;
+}
+
+// The evidence a shorter length needs, by the kind of byte d[L] is.
+constexpr double kBarLowByte = 11;   // L a multiple of four
+constexpr double kBarHighByte = 6;   // otherwise
+constexpr double kCandidatesFree = 1024;
+
+// The length where this run's text ends: the longest valid one unless a
+// shorter one has the evidence of an end.
+size_t ThisRunsLength(const Streams& st, const Validity& validity, size_t top) {
+  const TextModel model(st);
+  const LineCounts lines(st);
+  const RepeatedWindows repeated(st);
+  BackBreaks breaks(st, repeated);
+  Judge judge(st, top, model, lines);
+
+  struct Found {
+    size_t length;
+    double margin;   // evidence over its bar
+  };
+  std::vector<Found> found;
+  size_t candidates = 0;
+  // The lengths 4bk+4 and 4bk+2 both end their text with bk back units,
+  // and d[L] lies in B(bk) for both.
+  for (size_t bk = ShapeOf(top - 2).back + 1; bk-- > 0;) {
+    if (4 * bk + 4 < kMinLength) break;
+    if (!breaks.At(bk)) continue;
+    for (const size_t length : {4 * bk + 4, 4 * bk + 2}) {
+      if (length >= top || length < kMinLength || !validity.Valid(length)) continue;
+      ++candidates;
+      const double margin = judge.Evidence(length) - (length % 4 == 0 ? kBarLowByte : kBarHighByte);
+      if (margin > 0) found.push_back({length, margin});
+    }
+  }
+  // More candidates, more chances for a strong coincidence.
+  const double raise = candidates > kCandidatesFree ? std::log(candidates / kCandidatesFree) : 0;
+
+  // The best end; then, while a clearly shorter one is over the bar too,
+  // the best of those.
+  constexpr size_t kSameEnd = 32;   // bytes
+  size_t chosen = top;
+  for (size_t below = top;;) {
+    const Found* best = nullptr;
+    for (const Found& f : found)
+      if (f.length < below && f.margin > raise && (!best || f.margin > best->margin)) best = &f;
+    if (!best) break;
+    chosen = best->length;
+    below = chosen > kSameEnd ? chosen - kSameEnd : 0;
+  }
+  return chosen;
 }
 
 }  // namespace
@@ -296,63 +886,15 @@ bool DecodeDebugFile(const std::vector<uint8_t>& bytes, DecodedDebugFile& decode
     return false;
   }
   const Streams st(bytes);
-  const size_t top = st.size() - st.size() % 2;
-  const size_t maxFront = LongestPrefix(st.FrontUnits(), false);
-  const size_t maxBack = LongestPrefix(st.BackUnits(), true);
-  const bool frontStars = maxFront >= kFirstLineUnits && [&] {
-    Shape wide{kFirstLineUnits, false, 0};
-    return StartsWithStarLine(st, 2 * kFirstLineUnits, wide);
-  }();
-  const bool endsWithLF = !st.BackUnits().empty() && st.Back(0) == kLF;
-
-  // The characters of the text of the length under test, kept up to date
-  // as the length goes down by two bytes at a time.
-  StrayCounter strays;
-  if (top >= kMinLength) {
-    Shape s = ShapeOf(top);
-    strays.AddAll(st.FrontUnits().data(), s.front);
-    if (s.middle) strays.Add(st.Middle(top));
-    strays.AddAll(st.BackUnits().data(), s.back);
-  }
-
-  // The largest valid length, then, while its text has a stray character,
-  // a shorter valid length whose d[L] lies in that character.
-  size_t chosen = 0;
-  StrayCounter chosenText;
-  for (size_t length = top; length >= kMinLength; length -= 2) {
-    const Shape s = ShapeOf(length);
-    bool valid = s.front <= maxFront && s.back <= maxBack && endsWithLF && s.back >= 1;
-    if (valid) {
-      uint16_t lastFront = st.Front(s.front - 1), firstBack = st.Back(s.back - 1);
-      if (s.middle) {
-        uint16_t m = st.Middle(length);
-        valid = !IsBadUnit(m) && PairOk(lastFront, m) && PairOk(m, firstBack);
-      } else {
-        valid = PairOk(lastFront, firstBack);
-      }
-    }
-    if (valid)
-      valid = s.front >= kFirstLineUnits ? frontStars : StartsWithStarLine(st, length, s);
-    if (valid && (chosen == 0 || chosenText.IsStray(SeamUnit(st, chosen, length)))) {
-      chosen = length;
-      chosenText = strays;
-      if (!strays.AnyStray()) break;
-    }
-    // Down to length - 2: see ShapeOf.
-    if (length - 2 < kMinLength) break;
-    if (s.middle) {
-      strays.Remove(st.Middle(length));
-    } else {
-      strays.Remove(st.Front(s.front - 1));
-      strays.Remove(st.Back(s.back - 1));
-      strays.Add(st.Middle(length - 2));
-    }
-  }
-  if (chosen == 0) {
+  const Validity validity(st);
+  size_t top = st.size() - st.size() % 2;
+  while (top >= kMinLength && !validity.Valid(top)) top -= 2;
+  if (top < kMinLength) {
     error = "the file holds no debug log";
     return false;
   }
-  decoded.text = TextOf(st, chosen);
-  decoded.droppedBytes = st.size() - chosen;
+  const size_t length = ThisRunsLength(st, validity, top);
+  decoded.text = TextOf(st, length);
+  decoded.droppedBytes = st.size() - length;
   return true;
 }

@@ -637,10 +637,11 @@ IniFile RandomIni(Rng& rng, const nlohmann::json& machine, bool foreign, const s
   return ini;
 }
 
-ClientPlan RandomClient(Rng& rng, const std::string& smtpPort) {
+// A client with up to ten printers, or with many when printers is given.
+ClientPlan RandomClient(Rng& rng, const std::string& smtpPort, size_t many = 0) {
   ClientPlan plan;
   const bool foreign = rng.Chance(30);
-  plan.machine["printers"] = RandomPrinters(rng, foreign, rng.Below(11));
+  plan.machine["printers"] = RandomPrinters(rng, foreign, many ? many : rng.Below(11));
   const auto& printers = plan.machine["printers"];
   if (!printers.empty() && rng.Chance(75)) plan.machine["defaultPrinter"] = printers[rng.Below(printers.size())]["name"];
   AddServers(rng, plan.machine);
@@ -712,10 +713,10 @@ class EngineRunPairs : public SimFixture {
   // The files of one pair: the file both runs left, and the first run's
   // file and the second run's log each as a file of its own. Empty when a
   // run did not end normally.
-  std::vector<DebugFileCase> MakePair(uint64_t seed, const std::string& smtpPort) {
+  std::vector<DebugFileCase> MakePair(uint64_t seed, const std::string& smtpPort, size_t printers = 0) {
     Reset();
     Rng rng(seed);
-    ClientPlan first = RandomClient(rng, smtpPort);
+    ClientPlan first = RandomClient(rng, smtpPort, printers);
     const SecondRun second = static_cast<SecondRun>(rng.Below(static_cast<size_t>(SecondRun::kCount)));
     const std::string how = "engine runs, seed " + std::to_string(seed) + ", " + SecondRunName(second);
 
@@ -915,6 +916,16 @@ TEST_F(EngineRunPairs, DISABLED_Measure_EngineRunsAndSyntheticPairs) {
     }
   }
   Measure("engine runs", real);
+
+  if (std::getenv("ZANDOLIN_MEASURE_LARGE")) {
+    // Clients with many printers: longer logs, more places to be fooled.
+    std::vector<DebugFileCase> large;
+    Rng sizes(MeasureSeed() + 7);
+    const size_t fewest = std::strtoul(std::getenv("ZANDOLIN_MEASURE_LARGE"), nullptr, 10);
+    for (uint64_t seed = MeasureSeed() * 100000 + 50000; large.size() < 300; ++seed)
+      for (DebugFileCase& c : MakePair(seed, smtp.Port(), fewest + sizes.Below(5 * fewest))) large.push_back(std::move(c));
+    Measure("large clients", large);
+  }
 
   Rng rng(MeasureSeed());
   std::vector<DebugFileCase> synthetic;
