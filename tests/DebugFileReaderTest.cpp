@@ -856,6 +856,39 @@ DebugFileCase SyntheticPair(Rng& rng, const std::vector<std::string>& logs, cons
   return OverCase(how, olderLog, newerLog);
 }
 
+// Files of real run pairs that the reader decides: tails whose first byte
+// is a low byte and a high byte, genuine files of both lengths, non-ASCII
+// printer names, and the mail dialogue with its message inside the log.
+TEST_F(EngineRunPairs, DecodeDebugFile_FilesOfEngineRunPairs_GiveTheNewestRunsLog) {
+  SmtpAnswerer smtp;
+  std::vector<uint64_t> seeds;
+  for (uint64_t seed = 100000; seed <= 100018; ++seed) seeds.push_back(seed);
+  seeds.push_back(100020);
+  seeds.push_back(100028);
+  size_t tails[4] = {}, genuine[4] = {}, foreignTails = 0, mailTails = 0;
+  for (uint64_t seed : seeds) {
+    for (const DebugFileCase& c : MakePair(seed, smtp.Port())) {
+      DecodedDebugFile decoded = MustDecode(c.file);
+      EXPECT_EQ(c.text, decoded.text) << c.how;
+      EXPECT_EQ(c.file.size() - c.length, decoded.droppedBytes) << c.how;
+      if (!c.HasTail()) {
+        ++genuine[c.length % 4];
+        continue;
+      }
+      ++tails[c.length % 4];
+      foreignTails += std::any_of(c.text.begin(), c.text.end(), [](char ch) { return ch & 0x80; });
+      mailTails += c.text.find(">> Sending FROM list: MAIL FROM:<") != std::string::npos &&
+                   c.text.find("\r\nSubject: ") != std::string::npos;
+    }
+  }
+  EXPECT_EQ(10u, tails[0]);
+  EXPECT_EQ(6u, tails[2]);
+  EXPECT_EQ(2u, foreignTails);
+  EXPECT_EQ(2u, mailTails);
+  EXPECT_LT(10u, genuine[0]);
+  EXPECT_LT(10u, genuine[2]);
+}
+
 // ---------------------------------------------------------------------------
 // Measurement, run by hand: how often the reader finds the newest run's end.
 //   zandolin-tests --gtest_also_run_disabled_tests --gtest_filter='*Measure*'
