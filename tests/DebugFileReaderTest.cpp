@@ -637,7 +637,7 @@ IniFile RandomIni(Rng& rng, const nlohmann::json& machine, bool foreign, const s
   return ini;
 }
 
-// A client with up to ten printers, or with many when printers is given.
+// A client with up to ten printers, or with many when that is given.
 ClientPlan RandomClient(Rng& rng, const std::string& smtpPort, size_t many = 0) {
   ClientPlan plan;
   const bool foreign = rng.Chance(30);
