@@ -1,4 +1,4 @@
-#include "app/DebugFileReader.h"
+#include "app/zandolin-debug/DebugFileReader.h"
 
 #include "diagnostics/modFileEncoding.h"
 #include "tests/IniFileBuilder.h"

@@ -128,7 +128,9 @@ TEST_F(SimMachineTest, LoadMachine_EveryField_IsRead) {
   EXPECT_EQ(m.printers[1].attributes, 0u);
   EXPECT_EQ(m.defaultPrinter, std::optional<std::string>("Local"));
   ASSERT_EQ(m.printServers.count("NEW"), 1u);
-  EXPECT_EQ(m.printServers["NEW"].queues, (std::vector<std::string>{"laser", "color"}));
+  ASSERT_EQ(m.printServers["NEW"].queues.size(), 2u);
+  EXPECT_EQ(m.printServers["NEW"].queues[0].name, "laser");
+  EXPECT_EQ(m.printServers["NEW"].queues[1].name, "color");
   EXPECT_EQ(m.drivers, (std::vector<std::string>{"HP"}));
   EXPECT_EQ(m.ports, (std::vector<std::string>{"LPT1:"}));
   ASSERT_EQ(m.winIni.size(), 2u);
@@ -211,7 +213,7 @@ TEST_F(SimMachineTest, LoadMachine_WrongType_NamesTheFieldAndWhatWasExpected) {
       {R"({"printServers": []})", "field 'printServers': expected an object"},
       {R"({"printServers": {"NEW": {"queues": "laser"}}})", "field 'printServers.NEW.queues': expected an array"},
       {R"({"printServers": {"NEW": {"queues": ["laser", 2]}}})",
-       "field 'printServers.NEW.queues[1]': expected a string"},
+       "field 'printServers.NEW.queues[1]': expected a string or an object {\"name\": N, \"driver\": D}"},
       {R"({"drivers": "HP"})", "field 'drivers': expected an array"},
       {R"({"ports": [null]})", "field 'ports[0]': expected a string"},
       {R"({"winIni": {"Windows": {"device": 1}}})", "field 'winIni.Windows.device': expected a string"},
@@ -249,10 +251,10 @@ TEST_F(SimMachineTest, LoadMachine_UnknownField_IsRefusedWithItsName) {
             File() + ": field 'printer': unknown field (expected one of: os, computerName, userName, "
                      "exePath, profileDir, windowsDir, systemDir, tempDir, localHostName, clock, "
                      "timerIntervalMs, printers, defaultPrinter, printServers, drivers, ports, winIni, "
-                     "registry, directory, eventLog, readOnly, faults)");
+                     "registry, directory, eventLog, readOnly, faults, user, pointAndPrint, smtp, capture)");
   EXPECT_EQ(ErrorOf(R"({"os": {"platformID": 2}})"),
             File() + ": field 'os.platformID': unknown field (expected one of: platformId, "
-                     "majorVersion, minorVersion, versionError)");
+                     "majorVersion, minorVersion, versionError, ansiCodePage)");
   EXPECT_EQ(ErrorOf(R"({"printers": [{"name": "a", "server": "\\\\S"}]})"),
             File() + ": field 'printers[0].server': unknown field (expected one of: name, serverName, "
                      "shareName, portName, driverName, comment, location, attributes)");
@@ -261,7 +263,7 @@ TEST_F(SimMachineTest, LoadMachine_UnknownField_IsRefusedWithItsName) {
                      "lastError, skip, times)");
   EXPECT_EQ(ErrorOf(R"({"directory": {"domains": "x"}})"),
             File() + ": field 'directory.domains': unknown field (expected one of: domain, "
-                     "namingContext, printQueues, queryError, ldap)");
+                     "namingContext, printQueues, queryError, ldap, sizeLimit)");
 }
 
 TEST_F(SimMachineTest, LoadMachine_SyntaxError_GivesLineAndColumn) {
@@ -350,6 +352,83 @@ TEST_F(SimMachineTest, SaveMachine_WritesEveryFieldBack_AndLoadsTheSame) {
   ASSERT_EQ(second.faults.size(), 1u);
   EXPECT_EQ(second.faults[0].times, std::optional<int>(1));
   EXPECT_EQ(second.directory->ldap, std::optional<std::string>("ldap://127.0.0.1:3890"));
+}
+
+TEST_F(SimMachineTest, LoadMachine_CaptureFields_DefaultsReadAndWrittenBack) {
+  sim::Machine defaults = sim::LoadMachine(dir);
+  EXPECT_EQ(defaults.ansiCodePage, 1252u);
+  EXPECT_TRUE(defaults.isAdmin);
+  EXPECT_TRUE(defaults.pointAndPrint.empty());
+  EXPECT_FALSE(defaults.smtp.has_value());
+  EXPECT_FALSE(defaults.capture.has_value());
+
+  Write(R"({
+    "capture": {"at": "2026-11-24T08:00:00", "version": "1.0.0", "notes": ["no print server was asked"]},
+    "os": {"ansiCodePage": 932},
+    "user": {"isAdmin": false},
+    "pointAndPrint": {"RestrictDriverInstallationToAdministrators": 1, "ServerList": "NEW;NEW2"},
+    "smtp": {"refuse": 3},
+    "printServers": {"NEW": {"queues": ["laser", {"name": "color", "driver": "HP Universal Printing PCL 6"}]}},
+    "directory": {"domain": "d", "sizeLimit": 0}
+  })");
+  sim::Machine m = sim::LoadMachine(dir);
+  EXPECT_EQ(m.ansiCodePage, 932u);
+  EXPECT_FALSE(m.isAdmin);
+  ASSERT_EQ(m.pointAndPrint.size(), 2u);
+  EXPECT_EQ(m.pointAndPrint[0].first, "RestrictDriverInstallationToAdministrators");
+  EXPECT_EQ(m.pointAndPrint[0].second.type, static_cast<uint32_t>(REG_DWORD));
+  EXPECT_EQ(m.pointAndPrint[0].second.data, (std::vector<uint8_t>{1, 0, 0, 0}));
+  EXPECT_EQ(m.pointAndPrint[1].second.type, static_cast<uint32_t>(REG_SZ));
+  ASSERT_TRUE(m.smtp.has_value());
+  EXPECT_EQ(m.smtp->mode, sim::SmtpPeer::kRefuse);
+  EXPECT_EQ(m.smtp->refuseStep, 3);
+  ASSERT_TRUE(m.capture.has_value());
+  EXPECT_EQ(m.capture->notes, std::vector<std::string>{"no print server was asked"});
+  const auto& queues = m.printServers.at("NEW").queues;
+  ASSERT_EQ(queues.size(), 2u);
+  EXPECT_EQ(queues[0].name, "laser");
+  EXPECT_FALSE(queues[0].driver.has_value());
+  EXPECT_EQ(queues[1].name, "color");
+  EXPECT_EQ(queues[1].driver, std::optional<std::string>("HP Universal Printing PCL 6"));
+  EXPECT_EQ(m.directory->sizeLimit, 0u);
+
+  sim::SaveMachine(dir, m);
+  nlohmann::json saved = nlohmann::json::parse(Read());
+  EXPECT_EQ(saved["capture"], (nlohmann::json{{"at", "2026-11-24T08:00:00"}, {"version", "1.0.0"},
+                                              {"notes", {"no print server was asked"}}}));
+  EXPECT_EQ(saved["os"]["ansiCodePage"], 932);
+  EXPECT_EQ(saved["user"], (nlohmann::json{{"isAdmin", false}}));
+  EXPECT_EQ(saved["pointAndPrint"], (nlohmann::json{{"RestrictDriverInstallationToAdministrators", 1},
+                                                    {"ServerList", "NEW;NEW2"}}));
+  EXPECT_EQ(saved["smtp"], (nlohmann::json{{"refuse", 3}}));
+  EXPECT_EQ(saved["printServers"]["NEW"]["queues"],
+            (nlohmann::json{"laser", {{"name", "color"}, {"driver", "HP Universal Printing PCL 6"}}}));
+  EXPECT_EQ(saved["directory"]["sizeLimit"], 0);
+
+  for (const char* mode : {"accept", "silent"}) {
+    Write(std::string(R"({"smtp": ")") + mode + R"("})");
+    sim::Machine peer = sim::LoadMachine(dir);
+    sim::SaveMachine(dir, peer);
+    EXPECT_EQ(nlohmann::json::parse(Read())["smtp"], mode);
+  }
+}
+
+TEST_F(SimMachineTest, LoadMachine_CaptureFieldsWrong_NameTheFieldAndWhatWasExpected) {
+  EXPECT_EQ(ErrorOf(R"({"user": {"isAdmin": 1}})"), File() + ": field 'user.isAdmin': expected true or false");
+  EXPECT_EQ(ErrorOf(R"({"user": {"admin": true}})"),
+            File() + ": field 'user.admin': unknown field (expected one of: isAdmin)");
+  EXPECT_EQ(ErrorOf(R"({"smtp": "refuse"})"),
+            File() + ": field 'smtp': expected \"accept\", \"silent\" or {\"refuse\": STEP} with STEP from 1 to 6");
+  EXPECT_EQ(ErrorOf(R"({"smtp": {"refuse": 7}})"),
+            File() + ": field 'smtp.refuse': expected an integer from 1 to 6");
+  EXPECT_EQ(ErrorOf(R"({"printServers": {"NEW": {"queues": [{"driver": "x"}]}}})"),
+            File() + ": field 'printServers.NEW.queues[0].name': expected a string (missing)");
+  EXPECT_EQ(ErrorOf(R"({"printServers": {"NEW": {"queues": [{"name": "q", "drv": "x"}]}}})"),
+            File() + ": field 'printServers.NEW.queues[0].drv': unknown field (expected one of: name, driver)");
+  EXPECT_EQ(ErrorOf(R"({"capture": {"notes": "x"}})"), File() + ": field 'capture.notes': expected an array");
+  EXPECT_EQ(ErrorOf(R"({"directory": {"sizeLimit": -1}})"),
+            File() + ": field 'directory.sizeLimit': expected an integer from 0 to 4294967295");
+  EXPECT_EQ(ErrorOf(R"({"os": {"ansiCodePage": "1252"}})"), File() + ": field 'os.ansiCodePage': expected an integer");
 }
 
 TEST_F(SimMachineTest, ClientLoad_BadMachineJson_ThrowsMachineError) {

@@ -374,7 +374,7 @@ TEST_F(SimSpoolerTest, SetDefaultPrinterA_NoName_KeepsADefaultThatIsSet) {
 
 TEST_F(SimSpoolerTest, AddPrinterConnectionA_QueueOfAKnownServer_AddsTheConnectionAtTheEnd) {
   machine().printers = {Local("Fax")};
-  machine().printServers["NEW"].queues = {"laser", "color"};
+  machine().printServers["NEW"].queues = {{"laser"}, {"color"}};
   std::string name = "\\\\new\\Laser";
   EXPECT_TRUE(spooler().AddPrinterConnectionA(name.data()));
   EXPECT_EQ(0u, lastError());
@@ -390,7 +390,7 @@ TEST_F(SimSpoolerTest, AddPrinterConnectionA_QueueOfAKnownServer_AddsTheConnecti
 }
 
 TEST_F(SimSpoolerTest, AddPrinterConnectionA_ConnectionTheUserHas_SucceedsAndChangesNothing) {
-  machine().printServers["NEW"].queues = {"laser"};
+  machine().printServers["NEW"].queues = {{"laser"}};
   machine().printers = {Connection("NEW", "laser"), Local("Fax")};
   std::string name = "\\\\NEW\\LASER";
   EXPECT_TRUE(spooler().AddPrinterConnectionA(name.data()));
@@ -399,7 +399,7 @@ TEST_F(SimSpoolerTest, AddPrinterConnectionA_ConnectionTheUserHas_SucceedsAndCha
 }
 
 TEST_F(SimSpoolerTest, AddPrinterConnectionA_UnknownServerQueueOrForm_Leaves1801) {
-  machine().printServers["NEW"].queues = {"laser"};
+  machine().printServers["NEW"].queues = {{"laser"}};
   for (std::string name : {"\\\\OTHER\\laser", "\\\\NEW\\color", "NEW\\laser", "\\\\NEW", "\\\\NEW\\",
                            "\\\\\\laser", "\\\\NEW\\laser\\x", ""}) {
     EXPECT_FALSE(spooler().AddPrinterConnectionA(name.data())) << name;

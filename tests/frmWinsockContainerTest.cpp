@@ -14,7 +14,7 @@
 #include "notification/modNotification.h"
 #include "platform/sim/SimContext.h"
 #include "tests/servers/smtp/SmtpPeer.h"
-#include "app/DebugFileReader.h"
+#include "app/zandolin-debug/DebugFileReader.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 #include "diagnostics/modDebug.h"
 
 #include "SimFixture.h"
-#include "app/DebugFileReader.h"
+#include "app/zandolin-debug/DebugFileReader.h"
 #include "config/modINIDocument.h"
 #include "engine/Runtime.h"
 

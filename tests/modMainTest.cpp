@@ -3,7 +3,7 @@
 #include "IniFileBuilder.h"
 #include "ScenarioHelpers.h"
 #include "SimFixture.h"
-#include "app/DebugFileReader.h"
+#include "app/zandolin-debug/DebugFileReader.h"
 #include "config/modINIDocument.h"
 #include "diagnostics/frmProgress.h"
 #include "diagnostics/modDebug.h"

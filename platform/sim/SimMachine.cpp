@@ -239,9 +239,59 @@ SimPrinter ReadPrinter(const Reader& r, const Json& value, const std::string& fi
   return p;
 }
 
+// A print server's queues: names, or {"name": N, "driver": D}.
+std::vector<ServerQueue> ReadServerQueues(const Reader& r, const Json& value, const std::string& field) {
+  r.Array(value, field);
+  std::vector<ServerQueue> queues;
+  for (size_t i = 0; i < value.size(); ++i) {
+    const Json& q = value[i];
+    std::string f = field + "[" + std::to_string(i) + "]";
+    ServerQueue queue;
+    if (q.is_string()) {
+      queue.name = q.get<std::string>();
+    } else {
+      if (!q.is_object()) r.Fail(f, "expected a string or an object {\"name\": N, \"driver\": D}");
+      r.OnlyFields(q, f, {"name", "driver"});
+      if (!q.contains("name")) r.Fail(Reader::Join(f, "name"), "expected a string (missing)");
+      queue.name = r.String(q["name"], Reader::Join(f, "name"));
+      if (q.contains("driver")) queue.driver = r.StringOrNull(q["driver"], Reader::Join(f, "driver"));
+    }
+    queues.push_back(queue);
+  }
+  return queues;
+}
+
+SmtpPeer ReadSmtpPeer(const Reader& r, const Json& value, const std::string& field) {
+  const char* expected = "expected \"accept\", \"silent\" or {\"refuse\": STEP} with STEP from 1 to 6";
+  SmtpPeer peer;
+  if (value.is_string()) {
+    std::string mode = value.get<std::string>();
+    if (mode == "accept") peer.mode = SmtpPeer::kAccept;
+    else if (mode == "silent") peer.mode = SmtpPeer::kSilent;
+    else r.Fail(field, expected);
+    return peer;
+  }
+  if (!value.is_object() || !value.contains("refuse")) r.Fail(field, expected);
+  r.OnlyFields(value, field, {"refuse"});
+  peer.mode = SmtpPeer::kRefuse;
+  peer.refuseStep = static_cast<int>(r.Integer(value["refuse"], Reader::Join(field, "refuse"), 1, 6));
+  return peer;
+}
+
+CaptureInfo ReadCapture(const Reader& r, const Json& value, const std::string& field) {
+  r.Object(value, field);
+  r.OnlyFields(value, field, {"at", "version", "notes"});
+  CaptureInfo capture;
+  if (value.contains("at")) capture.at = r.String(value["at"], Reader::Join(field, "at"));
+  if (value.contains("version")) capture.version = r.String(value["version"], Reader::Join(field, "version"));
+  if (value.contains("notes")) capture.notes = r.StringList(value["notes"], Reader::Join(field, "notes"));
+  return capture;
+}
+
 SimDirectory ReadDirectory(const Reader& r, const Json& value, const std::string& field) {
   r.Object(value, field);
-  r.OnlyFields(value, field, {"domain", "namingContext", "printQueues", "queryError", "ldap"});
+  r.OnlyFields(value, field,
+               {"domain", "namingContext", "printQueues", "queryError", "ldap", "sizeLimit"});
   SimDirectory d;
   for (auto it = value.begin(); it != value.end(); ++it) {
     const std::string& k = it.key();
@@ -252,6 +302,8 @@ SimDirectory ReadDirectory(const Reader& r, const Json& value, const std::string
       d.namingContext = r.String(*it, f);
     } else if (k == "ldap") {
       d.ldap = r.StringOrNull(*it, f);
+    } else if (k == "sizeLimit") {
+      d.sizeLimit = r.Dword(*it, f);
     } else if (k == "queryError") {
       if (it->is_null()) continue;
       r.Object(*it, f);
@@ -335,21 +387,47 @@ Machine ReadMachine(const Reader& r, const Json& root) {
                {"os", "computerName", "userName", "exePath", "profileDir", "windowsDir", "systemDir",
                 "tempDir", "localHostName", "clock", "timerIntervalMs", "printers", "defaultPrinter",
                 "printServers", "drivers", "ports", "winIni", "registry", "directory", "eventLog",
-                "readOnly", "faults"});
+                "readOnly", "faults", "user", "pointAndPrint", "smtp", "capture"});
   for (auto it = root.begin(); it != root.end(); ++it) {
     const std::string& k = it.key();
     const Json& v = *it;
     if (k == "os") {
       r.Object(v, k);
-      r.OnlyFields(v, k, {"platformId", "majorVersion", "minorVersion", "versionError"});
+      r.OnlyFields(v, k, {"platformId", "majorVersion", "minorVersion", "versionError", "ansiCodePage"});
       for (auto o = v.begin(); o != v.end(); ++o) {
         std::string f = "os." + o.key();
         uint32_t n = r.Dword(*o, f);
         if (o.key() == "platformId") m.platformId = n;
         else if (o.key() == "majorVersion") m.majorVersion = n;
         else if (o.key() == "minorVersion") m.minorVersion = n;
+        else if (o.key() == "ansiCodePage") m.ansiCodePage = n;
         else m.versionError = n;
       }
+    } else if (k == "user") {
+      r.Object(v, k);
+      r.OnlyFields(v, k, {"isAdmin"});
+      if (v.contains("isAdmin")) {
+        if (!v["isAdmin"].is_boolean()) r.Fail("user.isAdmin", "expected true or false");
+        m.isAdmin = v["isAdmin"].get<bool>();
+      }
+    } else if (k == "pointAndPrint") {
+      r.Object(v, k);
+      for (auto e = v.begin(); e != v.end(); ++e) {
+        std::string f = k + "." + e.key();
+        // A plain number is a REG_DWORD, as the policy's values are.
+        if (e->is_number_integer()) {
+          RegistryValue dword;
+          dword.type = REG_DWORD;
+          PutLittleEndian(dword.data, static_cast<uint32_t>(r.Integer(*e, f, -2147483648LL, 0xFFFFFFFFLL)), 4);
+          m.pointAndPrint.emplace_back(e.key(), dword);
+        } else {
+          m.pointAndPrint.emplace_back(e.key(), ReadRegistryValue(r, *e, f));
+        }
+      }
+    } else if (k == "smtp") {
+      if (!v.is_null()) m.smtp = ReadSmtpPeer(r, v, k);
+    } else if (k == "capture") {
+      if (!v.is_null()) m.capture = ReadCapture(r, v, k);
     } else if (k == "computerName") {
       m.computerName = r.StringOrNull(v, k);
     } else if (k == "userName") {
@@ -385,7 +463,7 @@ Machine ReadMachine(const Reader& r, const Json& root) {
         r.Object(*s, f);
         r.OnlyFields(*s, f, {"queues"});
         PrintServer server;
-        if (s->contains("queues")) server.queues = r.StringList((*s)["queues"], f + ".queues");
+        if (s->contains("queues")) server.queues = ReadServerQueues(r, (*s)["queues"], f + ".queues");
         m.printServers[s.key()] = server;
       }
     } else if (k == "drivers") {
@@ -590,10 +668,14 @@ void SaveMachine(const fs::path& folder, const Machine& machine) {
 
 nlohmann::ordered_json MachineToJson(const Machine& m) {
   Json root = Json::object();
+  if (m.capture)
+    root["capture"] = Json{{"at", m.capture->at}, {"version", m.capture->version}, {"notes", m.capture->notes}};
   root["os"] = Json{{"platformId", m.platformId},
                     {"majorVersion", m.majorVersion},
                     {"minorVersion", m.minorVersion},
-                    {"versionError", m.versionError}};
+                    {"versionError", m.versionError},
+                    {"ansiCodePage", m.ansiCodePage}};
+  root["user"] = Json{{"isAdmin", m.isAdmin}};
   root["computerName"] = m.computerName ? Json(*m.computerName) : Json(nullptr);
   root["userName"] = m.userName ? Json(*m.userName) : Json(nullptr);
   root["exePath"] = m.exePath;
@@ -618,7 +700,12 @@ nlohmann::ordered_json MachineToJson(const Machine& m) {
   root["printers"] = printers;
   root["defaultPrinter"] = m.defaultPrinter ? Json(*m.defaultPrinter) : Json(nullptr);
   Json servers = Json::object();
-  for (const auto& [name, server] : m.printServers) servers[name] = Json{{"queues", server.queues}};
+  for (const auto& [name, server] : m.printServers) {
+    Json queues = Json::array();
+    for (const ServerQueue& q : server.queues)
+      queues.push_back(q.driver ? Json{{"name", q.name}, {"driver", *q.driver}} : Json(q.name));
+    servers[name] = Json{{"queues", queues}};
+  }
   root["printServers"] = servers;
   root["drivers"] = m.drivers;
   root["ports"] = m.ports;
@@ -652,6 +739,7 @@ nlohmann::ordered_json MachineToJson(const Machine& m) {
                                    {"description", d.queryError->description}}
                             : Json(nullptr);
     if (d.ldap) dir["ldap"] = *d.ldap;
+    dir["sizeLimit"] = d.sizeLimit;
     root["directory"] = dir;
   }
   Json events = Json::array();
@@ -676,6 +764,19 @@ nlohmann::ordered_json MachineToJson(const Machine& m) {
     faults.push_back(e);
   }
   root["faults"] = faults;
+  Json pointAndPrint = Json::object();
+  for (const auto& [name, value] : m.pointAndPrint) {
+    Json v = RegistryValueToJson(value);
+    pointAndPrint[name] = value.type == REG_DWORD && v.is_object() && v["data"].is_number() ? v["data"] : v;
+  }
+  root["pointAndPrint"] = pointAndPrint;
+  if (m.smtp) {
+    switch (m.smtp->mode) {
+      case SmtpPeer::kAccept: root["smtp"] = "accept"; break;
+      case SmtpPeer::kSilent: root["smtp"] = "silent"; break;
+      case SmtpPeer::kRefuse: root["smtp"] = Json{{"refuse", m.smtp->refuseStep}}; break;
+    }
+  }
   return root;
 }
 

@@ -21,8 +21,15 @@ struct SimPrinter {
   uint32_t attributes = 0;
 };
 
+// A queue a print server shares, and the driver a client needs for it
+// (absent: not named).
+struct ServerQueue {
+  std::string name;
+  std::optional<std::string> driver;
+};
+
 struct PrintServer {
-  std::vector<std::string> queues;
+  std::vector<ServerQueue> queues;
 };
 
 // A registry value. In machine.json a plain string is REG_SZ; any other value
@@ -53,6 +60,7 @@ struct SimDirectory {
   std::string domain;
   std::string namingContext;
   std::vector<PrintQueue> printQueues;
+  uint32_t sizeLimit = 1000;              // entries a query gives; 0: no limit
   std::optional<DirectoryError> queryError;
   std::optional<std::string> ldap;        // "ldap://host:port": a real server
 };
@@ -77,9 +85,26 @@ struct Fault {
   int fired = 0;   // times it fired
 };
 
+// The SMTP peer played inside the simulator (machine.json "smtp").
+struct SmtpPeer {
+  enum Mode { kAccept, kRefuse, kSilent };
+  Mode mode = kAccept;
+  int refuseStep = 0;   // kRefuse: the step (1 greeting ... 6 message) answered with 550
+};
+
+// Who wrote a captured client, and what could not be read; the run ignores it.
+struct CaptureInfo {
+  std::string at;
+  std::string version;
+  std::vector<std::string> notes;
+};
+
 struct Machine {
   // os
   uint32_t platformId = 2, majorVersion = 10, minorVersion = 0, versionError = 0;
+  uint32_t ansiCodePage = 1252;
+  // user
+  bool isAdmin = true;
   std::optional<std::string> computerName = "PC042";
   std::optional<std::string> userName = "jdoe";
   std::string exePath = "C:\\Deploy\\ZandolinEngine.exe";
@@ -103,6 +128,10 @@ struct Machine {
   std::vector<EventEntry> eventLog;
   std::vector<std::string> readOnly;
   std::vector<Fault> faults;
+  // The values of HKLM\Software\Policies\Microsoft\Windows NT\Printers\PointAndPrint.
+  std::vector<std::pair<std::string, RegistryValue>> pointAndPrint;
+  std::optional<SmtpPeer> smtp;         // absent: real sockets
+  std::optional<CaptureInfo> capture;
 };
 
 // Reads folder/machine.json (absent file: all defaults). Throws MachineError

@@ -142,8 +142,8 @@ bool SplitConnectionName(const std::string& name, std::string& server, std::stri
 bool ServerHasQueue(const Context& c, const std::string& server, const std::string& queue) {
   for (const auto& [serverName, printServer] : c.machine.printServers) {
     if (!SameNoCase(serverName, server)) continue;
-    for (const std::string& q : printServer.queues)
-      if (SameNoCase(q, queue)) return true;
+    for (const ServerQueue& q : printServer.queues)
+      if (SameNoCase(q.name, queue)) return true;
   }
   return false;
 }

@@ -76,7 +76,7 @@
 // that fits where it stands, or when the tail is only a few bytes long. No
 // file without a tail was cut short; the bars stand at least one unit of
 // evidence above the strongest any of them gave.
-#include "app/DebugFileReader.h"
+#include "app/zandolin-debug/DebugFileReader.h"
 
 #include <algorithm>
 #include <bit>

@@ -2,7 +2,7 @@
 // Exit status 0 when the file held a debug log; 2, with the reason on
 // standard error, for a missing argument, a file that cannot be read, an
 // empty file or one that holds no debug log.
-#include "app/DebugFileReader.h"
+#include "app/zandolin-debug/DebugFileReader.h"
 
 #include <cerrno>
 #include <cstdio>
