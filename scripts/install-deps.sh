@@ -7,7 +7,7 @@ packages=(
   g++ cmake ninja-build make pkg-config
   g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils-mingw-w64
   g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32
-  wine64 wine
+  wine64 wine libwine
   libgtest-dev libgmock-dev nlohmann-json3-dev
   libldap-dev slapd ldap-utils
   python3 python3-aiosmtpd
