@@ -139,7 +139,7 @@ TEST_F(SimPlatformTest, PrivateProfile_Utf16File_IsReadAsText) {
   }
   WriteFile("C:\\Deploy\\u.ini", bytes);
   Install();
-  EXPECT_EQ(Value(ReadProfile("S", "K", "C:\\Deploy\\u.ini")), "v\xC3\xA9");
+  EXPECT_EQ(Value(ReadProfile("S", "K", "C:\\Deploy\\u.ini")), "v\xE9");
 }
 
 TEST_F(SimPlatformTest, ProfileString_ReadsAndWritesWinIni) {
@@ -514,11 +514,15 @@ TEST_F(SimPlatformTest, System_AppPath_KeepsTheBackslashOfADriveRoot) {
   EXPECT_EQ(Sys().system->AppPath(), "C:\\");
 }
 
-TEST_F(SimPlatformTest, System_AnsiToUtf16_TakesUtf8AndKeepsStrayBytes) {
+TEST_F(SimPlatformTest, System_AnsiToUtf16_FollowsTheCodePage) {
   Install();
-  EXPECT_EQ(Sys().system->AnsiToUtf16("A\xC3\xA9\xE2\x82\xAC"), u"A\u00E9\u20AC");
-  EXPECT_EQ(Sys().system->AnsiToUtf16("\xF0\x9F\x98\x80"), u"\U0001F600");
-  EXPECT_EQ(Sys().system->AnsiToUtf16("x\xE9y\xC3"), u"x\u00E9y\u00C3");
+  EXPECT_EQ(Sys().system->AnsiToUtf16("A\xE9\x80\x81"), u"A\u00E9\u20AC\u0081");
+  machine["os"] = {{"ansiCodePage", 932}};
+  Install();
+  EXPECT_EQ(Sys().system->AnsiToUtf16("A\x93\xFA\x96\x7B\x81"), u"A\u65E5\u672C\u30FB");
+  machine["os"] = {{"ansiCodePage", 65001}};
+  Install();
+  EXPECT_EQ(Sys().system->AnsiToUtf16("A\xC3\xA9\xF0\x9F\x98\x80x\xE9"), u"A\u00E9\U0001F600x\uFFFD");
 }
 
 // ---------------------------------------------------------------- clock

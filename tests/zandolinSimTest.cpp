@@ -143,7 +143,8 @@ TEST_F(ZandolinSimTest, Json_TextThatIsNotUtf8_StillGivesValidJson) {
   ASSERT_EQ(r.status, 0) << r.err;
   json t = json::parse(r.out);
   const std::string debug = t["debugBuffer"];
-  EXPECT_NE(debug.find(">> First found INI file : caf\xEF\xBF\xBD.ini\r\n"), std::string::npos) << debug;
+  // The name is no UTF-8: its stray byte is U+FFFD, which code page 1252 lacks.
+  EXPECT_NE(debug.find(">> First found INI file : caf?.ini\r\n"), std::string::npos) << debug;
 }
 
 TEST_F(ZandolinSimTest, Run_SavesTheMachineBack_DryRunLeavesTheFolderAlone) {

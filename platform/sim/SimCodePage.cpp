@@ -201,6 +201,15 @@ std::string CodePage::FromUtf16(std::u16string_view text) const {
   return out;
 }
 
+size_t CodePage::CharacterLength(std::string_view text) const {
+  if (text.size() < 2) return text.size();
+  unsigned char b = static_cast<unsigned char>(text[0]);
+  if (table_) return table_->leadRow && table_->leadRow[b] && text[1] != '\0' ? 2 : 1;
+  size_t i = 0;
+  NextUtf8(text, i);
+  return i;
+}
+
 std::string CodePage::FromUtf8(std::string_view text) const {
   if (IsAscii(text)) return std::string(text);
   if (!table_) return Utf16ToUtf8(Utf8ToUtf16(text));

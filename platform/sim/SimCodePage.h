@@ -48,6 +48,8 @@ class CodePage {
   // Bytes in the code page to UTF-16, and back.
   std::u16string ToUtf16(std::string_view bytes) const;
   std::string FromUtf16(std::u16string_view text) const;
+  // The bytes of the character that text starts with (at least one).
+  size_t CharacterLength(std::string_view text) const;
 
  private:
   CodePage(uint32_t number, const code_page_data::Table* table) : number_(number), table_(table) {}

@@ -3,6 +3,7 @@
 // simulated platform works on the one current context.
 #pragma once
 
+#include "platform/sim/SimCodePage.h"
 #include "platform/sim/SimMachine.h"
 
 #include <nlohmann/json.hpp>
@@ -90,6 +91,9 @@ struct Context {
   Machine machine;
   uint32_t lastError = 0;
 
+  // The client's ANSI code page (machine.ansiCodePage).
+  const CodePage& AnsiCodePage() const;
+
   // Transcript records.
   std::vector<SimPrinter> printersBefore;
   std::optional<std::string> defaultBefore;
@@ -120,6 +124,7 @@ struct Context {
   int nextTimer = 1;
   std::map<int, SimSocket> socketTable;
   int nextSocket = 1;
+  mutable const CodePage* codePage = nullptr;   // what AnsiCodePage() found last
 
   // The fault for this call, if one fires now; a fired fault also sets
   // lastError. firstArg is the call's first string argument (for calls on a

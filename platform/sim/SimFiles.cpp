@@ -1,4 +1,6 @@
-// Files on the simulated drives, with the run-time errors Windows gives.
+// Files on the simulated drives, with the run-time errors Windows gives. The
+// engine names them in the ANSI code page, the drives in machine text; what
+// files hold is bytes, as the engine wrote them.
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
@@ -108,8 +110,9 @@ bool WriteAll(int fd, const char* data, size_t size, off_t offset, bool position
 
 class SimFiles : public platform::Files {
  public:
-  std::string FirstFile(const std::string& pattern) override {
+  std::string FirstFile(const std::string& ansiPattern) override {
     Context& c = Current();
+    const std::string pattern = FromAnsi(ansiPattern);
     if (c.TakeFault("FirstFile", pattern)) return "";
     ResolvedPath path = c.Resolve(pattern, true);
     if (path.status != ResolvedPath::kOk) return "";
@@ -129,11 +132,12 @@ class SimFiles : public platform::Files {
       std::string ua = UpperAscii(a), ub = UpperAscii(b);
       return ua != ub ? ua < ub : a < b;
     });
-    return names.front();
+    return ToAnsi(names.front());
   }
 
-  Failure ReadText(const std::string& windowsPath, std::string& content) override {
+  Failure ReadText(const std::string& ansiPath, std::string& content) override {
     Context& c = Current();
+    const std::string windowsPath = FromAnsi(ansiPath);
     if (const Fault* f = c.TakeFault("ReadText", windowsPath)) return StandardFailure(f->lastError);
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = PathFailure(path); f.failed()) return f;
@@ -151,8 +155,9 @@ class SimFiles : public platform::Files {
     return {};
   }
 
-  Failure AppendText(const std::string& windowsPath, const std::string& content) override {
+  Failure AppendText(const std::string& ansiPath, const std::string& content) override {
     Context& c = Current();
+    const std::string windowsPath = FromAnsi(ansiPath);
     if (const Fault* f = c.TakeFault("AppendText", windowsPath)) return StandardFailure(f->lastError);
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
@@ -168,8 +173,9 @@ class SimFiles : public platform::Files {
     return {};
   }
 
-  Failure ReplaceText(const std::string& windowsPath, const std::string& content) override {
+  Failure ReplaceText(const std::string& ansiPath, const std::string& content) override {
     Context& c = Current();
+    const std::string windowsPath = FromAnsi(ansiPath);
     if (const Fault* f = c.TakeFault("ReplaceText", windowsPath)) return StandardFailure(f->lastError);
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
@@ -197,8 +203,9 @@ class SimFiles : public platform::Files {
     return {};
   }
 
-  Failure WriteBinary(const std::string& windowsPath, const std::vector<uint8_t>& bytes) override {
+  Failure WriteBinary(const std::string& ansiPath, const std::vector<uint8_t>& bytes) override {
     Context& c = Current();
+    const std::string windowsPath = FromAnsi(ansiPath);
     if (const Fault* f = c.TakeFault("WriteBinary", windowsPath)) return StandardFailure(f->lastError);
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
@@ -213,8 +220,9 @@ class SimFiles : public platform::Files {
     return {};
   }
 
-  Failure FileCopy(const std::string& source, const std::string& target) override {
+  Failure FileCopy(const std::string& ansiSource, const std::string& ansiTarget) override {
     Context& c = Current();
+    const std::string source = FromAnsi(ansiSource), target = FromAnsi(ansiTarget);
     if (const Fault* f = c.TakeFault("FileCopy", std::vector<std::string>{source, target}))
       return StandardFailure(f->lastError);
     ResolvedPath from = c.Resolve(source);

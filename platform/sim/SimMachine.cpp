@@ -1,6 +1,8 @@
 // Reading, validating and writing machine.json.
 #include "platform/sim/SimMachine.h"
 
+#include "platform/sim/SimCodePage.h"
+
 #include "platform/sim/Simulator.h"
 
 #include <nlohmann/json.hpp>
@@ -400,7 +402,11 @@ Machine ReadMachine(const Reader& r, const Json& root) {
         if (o.key() == "platformId") m.platformId = n;
         else if (o.key() == "majorVersion") m.majorVersion = n;
         else if (o.key() == "minorVersion") m.minorVersion = n;
-        else if (o.key() == "ansiCodePage") m.ansiCodePage = n;
+        else if (o.key() == "ansiCodePage") {
+          if (!CodePage::Find(n))
+            r.Fail(f, "expected an ANSI code page the simulated client serves: " + CodePage::ServedList());
+          m.ansiCodePage = n;
+        }
         else m.versionError = n;
       }
     } else if (k == "user") {

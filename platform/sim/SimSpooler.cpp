@@ -1,6 +1,7 @@
 // The simulated print spooler: the user's printers, the print servers the
 // client can reach, drivers, ports and the default printer of each
-// generation of Windows, all kept in the machine of sim::Current().
+// generation of Windows, all kept in the machine of sim::Current(). Names are
+// machine text; the A-calls give and take them in the ANSI code page.
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
@@ -36,7 +37,7 @@ std::map<uintptr_t, OpenPrinter>& Handles() {
 }
 
 nlohmann::json TextOrNull(const char* text) {
-  return text ? nlohmann::json(text) : nlohmann::json(nullptr);
+  return text ? nlohmann::json(FromAnsi(text)) : nlohmann::json(nullptr);
 }
 
 SimPrinter* FindPrinter(Context& c, const std::string& name) {
@@ -156,15 +157,16 @@ struct InfoStrings {
   std::string sepFile, printProcessor = "winprint", datatype = "RAW", parameters;
 };
 
+// The strings in the ANSI code page, as the A-calls give them.
 InfoStrings StringsOf(const SimPrinter& p) {
   InfoStrings s;
-  s.server = p.serverName;
-  s.printer = p.name;
-  s.share = p.shareName;
-  s.port = p.portName;
-  s.driver = p.driverName;
-  s.comment = p.comment;
-  s.location = p.location;
+  if (p.serverName) s.server = ToAnsi(*p.serverName);
+  s.printer = ToAnsi(p.name);
+  s.share = ToAnsi(p.shareName);
+  s.port = ToAnsi(p.portName);
+  s.driver = ToAnsi(p.driverName);
+  s.comment = ToAnsi(p.comment);
+  s.location = ToAnsi(p.location);
   return s;
 }
 
@@ -224,7 +226,7 @@ class SimSpooler : public platform::Spooler {
     c.lastError = 0;
     if (const Fault* f = c.TakeFault("UserPrinters", std::string())) return f->result != 0;
     deviceNames.clear();
-    for (const SimPrinter& p : c.machine.printers) deviceNames.push_back(p.name);
+    for (const SimPrinter& p : c.machine.printers) deviceNames.push_back(ToAnsi(p.name));
     return true;
   }
 
@@ -238,9 +240,10 @@ class SimSpooler : public platform::Spooler {
     if (!printer) return Fail(c, ERROR_INVALID_PARAMETER);
     *printer = nullptr;
     // A null name stands for the local print server, which is not modelled.
-    SimPrinter* p = printerName ? FindPrinter(c, printerName) : nullptr;
+    const std::string name = ArgText(printerName);
+    SimPrinter* p = printerName ? FindPrinter(c, name) : nullptr;
     if (!p) return Fail(c, ERROR_INVALID_PRINTER_NAME);
-    *printer = reinterpret_cast<HANDLE>(NewHandle(c, printerName, p->name));
+    *printer = reinterpret_cast<HANDLE>(NewHandle(c, name, p->name));
     return TRUE;
   }
 
@@ -326,12 +329,13 @@ class SimSpooler : public platform::Spooler {
     if (!size) return Fail(c, ERROR_INVALID_PARAMETER);
     std::optional<std::string> current = c.CurrentDefault();
     if (!current) return Fail(c, ERROR_FILE_NOT_FOUND);
-    DWORD length = static_cast<DWORD>(current->size() + 1);
+    const std::string name = ToAnsi(*current);
+    DWORD length = static_cast<DWORD>(name.size() + 1);
     if (!buffer || *size < length) {
       *size = length;
       return Fail(c, ERROR_INSUFFICIENT_BUFFER);
     }
-    CopyWithNul(buffer, *current);
+    CopyWithNul(buffer, name);
     *size = length;
     return TRUE;
   }
@@ -444,7 +448,7 @@ class SimSpooler : public platform::Spooler {
       MakeDefault(c, c.machine.printers.front());
       return TRUE;
     }
-    SimPrinter* p = FindPrinter(c, printerName);
+    SimPrinter* p = FindPrinter(c, ArgText(printerName));
     if (!p) return Fail(c, ERROR_INVALID_PRINTER_NAME);
     MakeDefault(c, *p);
     return TRUE;
@@ -491,9 +495,10 @@ class SimSpooler : public platform::Spooler {
       return static_cast<BOOL>(f->result);
     if (level != 2) return Fail(c, kErrorInvalidLevel);
     if (!driverInfo || !info.pName || !*info.pName) return Fail(c, ERROR_INVALID_PARAMETER);
+    const std::string driverName = ArgText(info.pName);
     for (const std::string& driver : c.machine.drivers)
-      if (SameNoCase(driver, info.pName)) return Fail(c, ERROR_PRINTER_DRIVER_ALREADY_INSTALLED);
-    c.machine.drivers.push_back(info.pName);
+      if (SameNoCase(driver, driverName)) return Fail(c, ERROR_PRINTER_DRIVER_ALREADY_INSTALLED);
+    c.machine.drivers.push_back(driverName);
     return TRUE;
   }
 

@@ -1,5 +1,6 @@
 // System information of the simulated client: version, folders, user,
 // process token, the computer's name, the command line and the code page.
+// Names and folders of machine.json reach the engine in the ANSI code page.
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
@@ -68,14 +69,14 @@ class SimSystem : public platform::System {
     Context& c = Current();
     c.lastError = 0;
     if (const Fault* f = c.TakeFault("GetSystemDirectoryA", "")) return static_cast<UINT>(f->result);
-    return CopyPathOut(c.machine.systemDir, buffer, size);
+    return CopyPathOut(ToAnsi(c.machine.systemDir), buffer, size);
   }
 
   DWORD GetTempPathA(DWORD size, LPSTR buffer) override {
     Context& c = Current();
     c.lastError = 0;
     if (const Fault* f = c.TakeFault("GetTempPathA", "")) return static_cast<DWORD>(f->result);
-    return CopyPathOut(c.machine.tempDir, buffer, size);
+    return CopyPathOut(ToAnsi(c.machine.tempDir), buffer, size);
   }
 
   BOOL GetUserNameA(LPSTR buffer, LPDWORD size) override {
@@ -90,7 +91,7 @@ class SimSystem : public platform::System {
       c.lastError = ERROR_INVALID_PARAMETER;   // Windows faults here; refuse instead
       return FALSE;
     }
-    const std::string& name = *c.machine.userName;
+    const std::string name = ToAnsi(*c.machine.userName);
     DWORD needed = static_cast<DWORD>(name.size() + 1);
     if (!buffer || *size < needed) {
       *size = needed;
@@ -136,7 +137,7 @@ class SimSystem : public platform::System {
       c.lastError = ERROR_INVALID_PARAMETER;
       return FALSE;
     }
-    const std::string& profile = c.machine.profileDir;
+    const std::string profile = ToAnsi(c.machine.profileDir);
     DWORD needed = static_cast<DWORD>(profile.size() + 1);
     if (!dir || *size < needed) {
       *size = needed;
@@ -159,65 +160,26 @@ class SimSystem : public platform::System {
     Context& c = Current();
     if (const Fault* f = c.TakeFault("NetworkComputerName", "")) return StandardFailure(f->lastError);
     if (!c.machine.computerName) return StandardFailure(91);
-    name = *c.machine.computerName;
+    name = ToAnsi(*c.machine.computerName);
     return {};
   }
 
   std::string CommandLine() override {
     Context& c = Current();
     if (c.TakeFault("CommandLine", "")) return "";
-    return c.commandLine;
+    return ToAnsi(c.commandLine);
   }
 
   std::string AppPath() override {
     Context& c = Current();
     if (c.TakeFault("AppPath", "")) return "";
-    return c.CurrentDir();
+    return ToAnsi(c.CurrentDir());
   }
 
-  // The client's ANSI code page is UTF-8; a byte that does not start a
-  // valid UTF-8 sequence stands for the code point of its value.
   std::u16string AnsiToUtf16(const std::string& text) override {
     Context& c = Current();
     if (c.TakeFault("AnsiToUtf16", std::string())) return u"";
-    // A UTF-8 sequence never gives more UTF-16 units than it has bytes.
-    std::u16string out(text.size(), u'\0');
-    char16_t* o = out.data();
-    const size_t size = text.size();
-    size_t i = 0;
-    while (i < size) {
-      unsigned char b = static_cast<unsigned char>(text[i]);
-      if (b < 0x80) {
-        *o++ = static_cast<char16_t>(b);
-        ++i;
-        continue;
-      }
-      size_t n = (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2 : (b & 0xF8) == 0xF0 ? 3 : 0;
-      uint32_t cp = n == 1 ? (b & 0x1Fu) : n == 2 ? (b & 0x0Fu) : (b & 0x07u);
-      bool valid = n > 0 && i + n < size;
-      for (size_t j = 1; valid && j <= n; ++j) {
-        unsigned char cont = static_cast<unsigned char>(text[i + j]);
-        if ((cont & 0xC0) != 0x80) valid = false;
-        else cp = cp << 6 | (cont & 0x3Fu);
-      }
-      static const uint32_t kMin[] = {0, 0x80, 0x800, 0x10000};
-      if (valid && (cp < kMin[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))) valid = false;
-      if (!valid) {
-        *o++ = static_cast<char16_t>(b);
-        ++i;
-        continue;
-      }
-      if (cp >= 0x10000) {
-        cp -= 0x10000;
-        *o++ = static_cast<char16_t>(0xD800 + (cp >> 10));
-        *o++ = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
-      } else {
-        *o++ = static_cast<char16_t>(cp);
-      }
-      i += n + 1;
-    }
-    out.resize(static_cast<size_t>(o - out.data()));
-    return out;
+    return c.AnsiCodePage().ToUtf16(text);
   }
 };
 
