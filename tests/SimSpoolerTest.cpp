@@ -597,3 +597,46 @@ TEST_F(SimSpoolerTest, Fault_MatchingTheDriverName_FailsAddPrinterDriverA) {
 }
 
 }  // namespace
+
+// ---------------------------------------------------------------- code page
+
+TEST_F(SimSpoolerTest, CodePage1252_NamesReachTheEngineInItsBytesAndComeBack) {
+  machine().printers = {Connection("OLD", "Drücker")};
+  machine().printServers["NEW"].queues = {{"Drücker", std::nullopt}, {"日本", std::nullopt}};
+  std::vector<std::string> names;
+  ASSERT_TRUE(spooler().UserPrinters(names));
+  EXPECT_EQ(std::vector<std::string>{"\\\\OLD\\Dr\xFC" "cker"}, names);
+  const PRINTER_INFO_2A info = Record(Info(Open(names[0])));
+  EXPECT_STREQ("\\\\OLD\\Dr\xFC" "cker", info.pPrinterName);
+  EXPECT_STREQ("Dr\xFC" "cker", info.pShareName);
+
+  std::string moved = "\\\\NEW\\Dr\xFC" "cker";
+  EXPECT_TRUE(spooler().AddPrinterConnectionA(moved.data()));
+  EXPECT_EQ("\\\\NEW\\Drücker", machine().printers.back().name);
+  // The queue 日本 has no name in code page 1252: the engine can only ask for "??".
+  std::string japanese = "\\\\NEW\\??";
+  EXPECT_FALSE(spooler().AddPrinterConnectionA(japanese.data()));
+  EXPECT_EQ(ERROR_INVALID_PRINTER_NAME, lastError());
+  EXPECT_EQ(json::parse(R"([{"call": "AddPrinterConnectionA", "args": ["\\\\NEW\\Drücker"], "result": 1, "lastError": 0},
+      {"call": "AddPrinterConnectionA", "args": ["\\\\NEW\\??"], "result": 0, "lastError": 1801}])"),
+            context.spoolerCalls);
+}
+
+TEST_F(SimSpoolerTest, CodePage932_ABestFitNameNoLongerOpens) {
+  machine().ansiCodePage = 932;
+  machine().printers = {Connection("OLD", "Drücker"), Connection("OLD", "日本")};
+  machine().defaultPrinter = "\\\\OLD\\日本";
+  std::vector<std::string> names;
+  ASSERT_TRUE(spooler().UserPrinters(names));
+  EXPECT_EQ((std::vector<std::string>{"\\\\OLD\\Drucker", "\\\\OLD\\\x93\xFA\x96\x7B"}), names);
+  std::string bestFit = names[0];
+  HANDLE handle = nullptr;
+  EXPECT_FALSE(spooler().OpenPrinterA(bestFit.data(), &handle, nullptr));
+  EXPECT_EQ(ERROR_INVALID_PRINTER_NAME, lastError());
+  EXPECT_STREQ("\\\\OLD\\\x93\xFA\x96\x7B", Record(Info(Open(names[1]))).pPrinterName);
+  char buffer[32];
+  DWORD size = sizeof buffer;
+  ASSERT_TRUE(spooler().GetDefaultPrinterA(buffer, &size));
+  EXPECT_EQ(11u, size);   // ten bytes and the NUL
+  EXPECT_STREQ("\\\\OLD\\\x93\xFA\x96\x7B", buffer);
+}
