@@ -1,5 +1,8 @@
 // zandolin-sim as a program: its command line, exit status, report and
 // transcript, run as a subprocess.
+#include "tests/IniFileBuilder.h"
+#include "tests/servers/smtp/SmtpPeer.h"
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -246,4 +249,102 @@ TEST_F(ZandolinSimTest, NoFolder_RunsOnACopyOfTheBundledExample) {
   fs::remove_all(copy);
 }
 
+// --------------------------------------------------------------- code page
+
+// A client with the printers \\OLD\Drücker and \\OLD\日本, both of which the
+// INI file moves to NEW, reporting by e-mail to a real server and to a file.
+class CodePageScenario : public ZandolinSimTest {
+ protected:
+  struct Outcome {
+    json transcript;
+    std::string wire;        // the message as the server received it, a byte a character
+    std::string file;        // the report file's bytes
+    std::string debugLog;    // the debug file as zandolin-debug reads it (UTF-8)
+  };
+
+  Outcome RunOn(const json& os) {
+    auto server = smtppeer::Peer::Server();
+    json machine = json::parse(R"({"clock": "2026-11-21T14:05:09", "timerIntervalMs": 5,
+        "printers": [{"name": "\\\\OLD\\Drücker", "serverName": "\\\\OLD", "shareName": "Drücker"},
+                     {"name": "\\\\OLD\\日本", "serverName": "\\\\OLD", "shareName": "日本"}],
+        "printServers": {"NEW": {"queues": ["Drücker", "日本"]}}})");
+    if (!os.is_null()) machine["os"] = os;
+    WriteClientFile("machine.json", machine.dump());
+    testini::IniFile ini = testini::ValidIni();
+    ini.Set("GENERAL", "UseManualDefinitions", "True")
+        .Set("MANUAL DEFINITIONS SERVERS", "FromServers", "OLD")
+        .Set("MANUAL DEFINITIONS SERVERS", "ToServers", "NEW")
+        .Set("NOTIFICATION SMTP", "UseSMTP", "True")
+        .Set("NOTIFICATION SMTP", "SMTPServerNameOrIP", "127.0.0.1")
+        .Set("NOTIFICATION SMTP", "ServerPort", server->Port())
+        .Set("NOTIFICATION SMTP", "EmailSubject", "Report")
+        .Set("NOTIFICATION SMTP", "EmailTo", "admin@corp.test")
+        .Set("NOTIFICATION SMTP", "EmailFrom", "zandolin@corp.test")
+        .Set("NOTIFICATION FILE OUTPUT", "UseFileOutput", "True")
+        .Set("NOTIFICATION FILE OUTPUT", "FileOutputPath", "C:\\Reports")
+        .Set("NOTIFICATION FILE OUTPUT", "FileOutputName", "report.txt")
+        .Set("NOTIFICATION FILE OUTPUT", "IncludeOutcome", "True");
+    WriteClientFile("files/C/Deploy/migration.ini", ini.Text());
+    fs::create_directories(client / "files" / "C" / "Reports");
+    Result r = Sim({client.string(), "--json"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    Outcome o;
+    o.transcript = json::parse(r.out);
+    o.wire = server->Record()["data"].get<std::string>();
+    o.file = Slurp(client / "files" / "C" / "Reports" / "SUCCESS_report.txt");
+    std::string command = Quote(ZANDOLIN_DEBUG_EXE) + " " +
+                          Quote((client / "files" / "C" / "Deploy" / "PC042.debug").string()) + " >" +
+                          Quote((work / "debug.txt").string()) + " 2>/dev/null";
+    EXPECT_EQ(0, std::system(command.c_str()));
+    o.debugLog = Slurp(work / "debug.txt");
+    return o;
+  }
+
+  // Bytes as the server's record shows them: one character a byte.
+  static std::string AsLatin1(const std::string& bytes) {
+    std::string text;
+    for (unsigned char b : bytes) {
+      if (b < 0x80) {
+        text += static_cast<char>(b);
+      } else {
+        text += static_cast<char>(0xC0 | b >> 6);
+        text += static_cast<char>(0x80 | (b & 0x3F));
+      }
+    }
+    return text;
+  }
+
+  static bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+};
+
+TEST_F(CodePageScenario, Cp1252Default_DruckerMovesAndGoesOnTheWireAsFC_JapaneseNameIsLost) {
+  Outcome o = RunOn(nullptr);
+  EXPECT_EQ(o.transcript["spoolerCalls"], json::parse(R"([
+      {"call": "AddPrinterConnectionA", "args": ["\\\\NEW\\Drücker"], "result": 1, "lastError": 0},
+      {"call": "DeletePrinterConnectionA", "args": ["\\\\OLD\\Drücker"], "result": 1, "lastError": 0}])"));
+  const std::string outcome = o.transcript["outcomeText"];
+  EXPECT_TRUE(Has(outcome, "\r\nError getting handle to printer: \\\\OLD\\??\r\n")) << outcome;
+  EXPECT_TRUE(Has(outcome, "\r\nMigrating: \\\\OLD\\Drücker to \\\\NEW\\Drücker\r\n")) << outcome;
+  EXPECT_TRUE(Has(o.file, "\r\nMigrating: \\\\OLD\\Dr\xFC" "cker to \\\\NEW\\Dr\xFC" "cker\r\n")) << o.file;
+  EXPECT_TRUE(Has(o.wire, AsLatin1("\r\nMigrating: \\\\OLD\\Dr\xFC" "cker to \\\\NEW\\Dr\xFC" "cker\r\n"))) << o.wire;
+  EXPECT_TRUE(Has(o.debugLog, ">> Found networked printer: \\\\OLD\\Drücker (\\\\OLD)\r\n")) << o.debugLog;
+  EXPECT_TRUE(Has(o.debugLog, "ERROR: Getting client printer (no handle): \\\\OLD\\??\r\n")) << o.debugLog;
+}
+
+TEST_F(CodePageScenario, Cp932_JapaneseNameMovesInItsTwoByteCharacters_DruckerIsLostToBestFit) {
+  Outcome o = RunOn(json{{"ansiCodePage", 932}});
+  EXPECT_EQ(o.transcript["spoolerCalls"], json::parse(R"([
+      {"call": "AddPrinterConnectionA", "args": ["\\\\NEW\\日本"], "result": 1, "lastError": 0},
+      {"call": "DeletePrinterConnectionA", "args": ["\\\\OLD\\日本"], "result": 1, "lastError": 0}])"));
+  const std::string outcome = o.transcript["outcomeText"];
+  EXPECT_TRUE(Has(outcome, "\r\nError getting handle to printer: \\\\OLD\\Drucker\r\n")) << outcome;
+  EXPECT_TRUE(Has(outcome, "\r\nMigrating: \\\\OLD\\日本 to \\\\NEW\\日本\r\n")) << outcome;
+  const std::string moved = "\r\nMigrating: \\\\OLD\\\x93\xFA\x96\x7B to \\\\NEW\\\x93\xFA\x96\x7B\r\n";
+  EXPECT_TRUE(Has(o.file, moved)) << o.file;
+  EXPECT_TRUE(Has(o.wire, AsLatin1(moved))) << o.wire;
+  EXPECT_TRUE(Has(o.debugLog, ">> Found networked printer: \\\\OLD\\日本 (\\\\OLD)\r\n")) << o.debugLog;
+  EXPECT_TRUE(Has(o.debugLog, "ERROR: Getting client printer (no handle): \\\\OLD\\Drucker\r\n")) << o.debugLog;
+}
+
 }  // namespace
+
