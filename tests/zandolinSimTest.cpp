@@ -231,6 +231,36 @@ TEST_F(ZandolinSimTest, BadMachineJson_ExitsWith2NamingFileAndPlace) {
                             "unexpected '}'; expected string literal\n");
 }
 
+TEST_F(ZandolinSimTest, BadMachineJson_NumberBeyondADoubleOrFieldTwice_ExitsWith2) {
+  WriteClientFile("machine.json", "{\n  \"printers\": [],\n  \"timerIntervalMs\": 1e400\n}\n");
+  Result number = Sim({client.string(), "--json"});
+  EXPECT_EQ(number.status, 2);
+  EXPECT_EQ(number.err, "zandolin-sim: " + (client / "machine.json").string() +
+                            ": line 3, column 22: the number 1e400 is beyond the range of a double (expected a "
+                            "number from -1.7976931348623157e308 to 1.7976931348623157e308)\n");
+  EXPECT_EQ(number.out, "");
+
+  WriteClientFile("machine.json", R"({"userName": "a", "userName": "b"})");
+  Result twice = Sim({client.string()});
+  EXPECT_EQ(twice.status, 2);
+  EXPECT_EQ(twice.err, "zandolin-sim: " + (client / "machine.json").string() +
+                           ": field 'userName': stands twice in its object (expected each field once)\n");
+  EXPECT_EQ(twice.out, "");
+}
+
+TEST_F(ZandolinSimTest, Report_FolderWithoutMachineJson_SaysTheDefaultsWereUsed) {
+  WriteClientFile("files/C/Deploy/readme.txt", "");
+  Result r = Sim({client.string(), "--dry-run"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out.substr(0, r.out.find("\n\n")),
+            "Simulated client: " + client.string() + "\nDry run: the run worked on a copy; " + client.string() +
+                " is unchanged.\nNo machine.json in the client folder: the run used the default of every field.");
+  WriteClientFile("machine.json", "{}");
+  Result given = Sim({client.string(), "--dry-run"});
+  ASSERT_EQ(given.status, 0) << given.err;
+  EXPECT_EQ(given.out.find("No machine.json"), std::string::npos) << given.out;
+}
+
 TEST_F(ZandolinSimTest, NoFolder_RunsOnACopyOfTheBundledExample) {
   auto example = Snapshot(fs::path(ZANDOLIN_SOURCE_DIR) / "examples" / "basic");
   Result r = Sim({"--json"});
