@@ -190,7 +190,7 @@ TEST_F(SimPlatformTest, PrivateProfile_Utf16BigEndian_IsNotUnderstood) {
   EXPECT_EQ(r.lastError, 0u);
   ProfileRead sections = ReadProfile(nullptr, nullptr, "C:\\Deploy\\a.ini", 10);
   EXPECT_EQ(sections.count, 0u);
-  EXPECT_EQ(sections.buffer.substr(0, 2), std::string("\0\0", 2));
+  EXPECT_EQ(sections.buffer.substr(0, 2), std::string("\0 ", 2));   // one NUL, the blank after it left
 }
 
 TEST_F(SimPlatformTest, PrivateProfile_Utf8ByteOrderMark_BreaksTheFirstLine) {

@@ -195,10 +195,10 @@ DWORD CopyList(const CodePage& codePage, const std::vector<std::u16string>& name
     all += codePage.FromUtf16(n);
     all += '\0';
   }
+  // An empty list is one NUL (Windows leaves the next byte alone).
   if (all.size() + 1 <= size) {
     std::memcpy(buffer, all.data(), all.size());
     buffer[all.size()] = '\0';
-    if (all.empty() && size >= 2) buffer[1] = '\0';
     return static_cast<DWORD>(all.size());
   }
   std::memcpy(buffer, all.data(), size - 2);
