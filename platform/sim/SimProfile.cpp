@@ -140,27 +140,52 @@ std::string ProfileFilePath(const Context& c, const std::string& fileName) {
 bool IsWinIniName(const std::string& fileName) { return SameNoCase(fileName, "win.ini"); }
 
 // Reads a profile file named in machine text; error is 0, or the last error
-// of a file that cannot be read (2 for a missing one).
-std::vector<IniSection> LoadProfileFile(const Context& c, const std::string& fileName, uint32_t& error) {
+// of a file that cannot be read (2 for a missing one). The sections stay
+// valid until the next call.
+const std::vector<IniSection>& LoadProfileFile(const Context& c, const std::string& fileName, uint32_t& error) {
+  static const std::vector<IniSection> kNone;
   error = 0;
   ResolvedPath path = c.Resolve(ProfileFilePath(c, fileName));
   if (path.status != ResolvedPath::kOk && path.status != ResolvedPath::kNoDevice) {
     error = path.status == ResolvedPath::kBadName ? 123 : ERROR_FILE_NOT_FOUND;   // ERROR_INVALID_NAME
-    return {};
+    return kNone;
   }
   std::error_code ec;
   if (fs::is_directory(path.host, ec)) {
     error = ERROR_ACCESS_DENIED;
-    return {};
+    return kNone;
   }
+  // The file last read, kept while it stays as it was (the engine reads
+  // every key of one file in turn).
+  struct Cached {
+    fs::path host;
+    fs::file_time_type written;
+    uintmax_t size = 0;
+    uint32_t codePage = 0;
+    std::vector<IniSection> sections;
+  };
+  static Cached cached;
+  const fs::file_time_type written = fs::last_write_time(path.host, ec);
+  const uintmax_t size = ec ? 0 : fs::file_size(path.host, ec);
+  if (!ec && cached.host == path.host && cached.written == written && cached.size == size &&
+      cached.codePage == c.machine.ansiCodePage)
+    return cached.sections;
+  cached = Cached{};
   std::ifstream in(path.host, std::ios::binary);
   if (!in) {
     error = fs::exists(path.host, ec) ? ERROR_ACCESS_DENIED : ERROR_FILE_NOT_FOUND;
-    return {};
+    return kNone;
   }
   std::stringstream buffer;
   buffer << in.rdbuf();
-  return ParseIni(DecodeIniBytes(c.AnsiCodePage(), buffer.str()));
+  cached.sections = ParseIni(DecodeIniBytes(c.AnsiCodePage(), buffer.str()));
+  if (!ec) {
+    cached.host = path.host;
+    cached.written = written;
+    cached.size = size;
+    cached.codePage = c.machine.ansiCodePage;
+  }
+  return cached.sections;
 }
 
 const IniSection* FindSection(const std::vector<IniSection>& sections, std::u16string_view name) {
@@ -267,7 +292,7 @@ class SimProfile : public platform::Profile {
     if (!fileName || IsWinIniName(file))
       return GetString(c.AnsiCodePage(), WinIniSections(c.machine), section, key, defaultValue, buffer, size);
     uint32_t error = 0;
-    std::vector<IniSection> sections = LoadProfileFile(c, file, error);
+    const std::vector<IniSection>& sections = LoadProfileFile(c, file, error);
     DWORD count = GetString(c.AnsiCodePage(), sections, section, key, defaultValue, buffer, size);
     c.lastError = error;
     return count;
