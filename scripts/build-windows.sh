@@ -3,21 +3,17 @@
 #
 #   scripts/build-windows.sh [OUTDIR]
 #
-# builds ZandolinEngine.exe and zandolin-debug.exe into OUTDIR/build-win64
-# and OUTDIR/build-win32 (OUTDIR: the repository, unless given), and checks
-# that each ZandolinEngine.exe imports nothing but DLLs of the system, so that
-# it runs when copied alone beside its INI file.
+# builds the files the release ships (shipped-files.txt of each build:
+# ZandolinEngine.exe, EvntMsg.dll and the tools) into OUTDIR/build-win64 and
+# OUTDIR/build-win32 (OUTDIR: the repository, unless given), and checks that
+# each imports nothing but DLLs of the system, so that the engine runs when
+# copied alone beside its INI file.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 out=${1:-$root}
 mkdir -p "$out"
 out=$(cd "$out" && pwd)
 jobs=$(nproc)
-
-# DLLs that every Windows has; anything else (libstdc++, libgcc,
-# libwinpthread, ...) would have to be shipped beside the engine.
-system_dlls='^(kernel32|user32|gdi32|advapi32|winspool\.drv|msvcrt|comctl32|userenv|ws2_32'
-system_dlls+='|wsock32|wldap32|ole32|oleaut32|shell32)(\.dll)?$'
 
 for target in "x86_64 build-win64" "i686 build-win32"; do
   read -r arch dir <<<"$target"
@@ -26,12 +22,5 @@ for target in "x86_64 build-win64" "i686 build-win32"; do
     -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-$arch.cmake" >/dev/null
   ninja -C "$out/$dir" -j "$jobs"
 
-  exe="$out/$dir/ZandolinEngine.exe"
-  bad=$(x86_64-w64-mingw32-objdump -p "$exe" | sed -n 's/^\s*DLL Name: //p' |
-    tr 'A-Z' 'a-z' | grep -Ev "$system_dlls" || true)
-  if [ -n "$bad" ]; then
-    echo "build-windows: $exe imports DLLs that are not the system's:" $bad >&2
-    exit 1
-  fi
-  echo "$exe imports:" $(x86_64-w64-mingw32-objdump -p "$exe" | sed -n 's/^\s*DLL Name: //p')
+  sed "s|^|$out/$dir/|" "$out/$dir/shipped-files.txt" | xargs "$root/scripts/check-imports.sh"
 done

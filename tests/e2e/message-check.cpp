@@ -1,7 +1,8 @@
-// message-check DLL ID TEXT_FILE OUT_FILE: renders one message of an event
-// message file the way an event viewer does. Loads DLL as a data file (so a
-// 32-bit file is read by this 64-bit program too), has FormatMessageA take
-// message ID (decimal or 0x hex) of English (United States) from it with the
+// message-check DLL ID TEXT_FILE OUT_FILE [LANGID]: renders one message of an
+// event message file the way an event viewer does. Loads DLL as a data file
+// (so a 32-bit file is read by this 64-bit program too), has FormatMessageA
+// take message ID (decimal or 0x hex) in language LANGID (default 0x409,
+// English (United States); 0 for the system's search order) from it with the
 // bytes of TEXT_FILE as the one insertion string, and writes the result to
 // OUT_FILE as it came. On failure it writes "LoadLibraryExA failed: N" or
 // "FormatMessageA failed: N" (N the last error) to standard error and exits 1.
@@ -31,11 +32,13 @@ int Failed(const char* call) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 5) {
-    std::fprintf(stderr, "usage: message-check DLL ID TEXT_FILE OUT_FILE\n");
+  if (argc != 5 && argc != 6) {
+    std::fprintf(stderr, "usage: message-check DLL ID TEXT_FILE OUT_FILE [LANGID]\n");
     return 2;
   }
   const DWORD id = std::strtoul(argv[2], nullptr, 0);
+  const DWORD language =
+      argc == 6 ? std::strtoul(argv[5], nullptr, 0) : MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US);
   std::string insertion;
   if (!ReadAll(argv[3], insertion)) {
     std::fprintf(stderr, "cannot read %s\n", argv[3]);
@@ -49,7 +52,7 @@ int main(int argc, char** argv) {
   char* message = nullptr;
   const DWORD length = ::FormatMessageA(
       FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ARGUMENT_ARRAY | FORMAT_MESSAGE_ALLOCATE_BUFFER,
-      module, id, MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), reinterpret_cast<LPSTR>(&message), 0,
+      module, id, language, reinterpret_cast<LPSTR>(&message), 0,
       reinterpret_cast<va_list*>(arguments));
   if (length == 0) return Failed("FormatMessageA");
 
