@@ -29,6 +29,7 @@ debug_failure="Unable to create debug file within folder: 75: Path/File access e
 # The longest insertion string Windows takes.
 longest=$(printf 'Migrating: \\\\OLD\\queue%06d to \\\\NEW\\queue%06d\r\n' $(seq 1 1000 | sed 'p') |
   head -c 31839)
+check_eq "the longest report of the checks has 31839 characters" 31839 "${#longest}"
 
 # render DLL ID TEXT [LANGID [LOCALE]]: what FormatMessageA makes of message
 # ID of DLL with TEXT as the insertion string, in a process of the locale
