@@ -6,7 +6,6 @@
 // same number and back, so pure ASCII text is copied as it stands.
 #include "platform/sim/SimCodePage.h"
 
-#include <algorithm>
 #include <deque>
 #include <memory>
 #include <mutex>

@@ -2,7 +2,6 @@
 #include "platform/sim/SimMachine.h"
 
 #include "platform/sim/SimCodePage.h"
-
 #include "platform/sim/Simulator.h"
 
 #include <nlohmann/json.hpp>
@@ -429,12 +428,10 @@ Machine ReadMachine(const Reader& r, const Json& root) {
         if (o.key() == "platformId") m.platformId = n;
         else if (o.key() == "majorVersion") m.majorVersion = n;
         else if (o.key() == "minorVersion") m.minorVersion = n;
-        else if (o.key() == "ansiCodePage") {
-          if (!CodePage::Find(n))
-            r.Fail(f, "expected an ANSI code page the simulated client serves: " + CodePage::ServedList());
-          m.ansiCodePage = n;
-        }
-        else m.versionError = n;
+        else if (o.key() == "versionError") m.versionError = n;
+        else if (!CodePage::Find(n))
+          r.Fail(f, "expected an ANSI code page the simulated client serves: " + CodePage::ServedList());
+        else m.ansiCodePage = n;
       }
     } else if (k == "user") {
       r.Object(v, k);

@@ -268,9 +268,10 @@ DWORD GetString(const CodePage& codePage, const std::vector<IniSection>& section
     return CopyList(codePage, names, buffer, size);
   }
   if (s) {
-    std::u16string wanted = codePage.ToUtf16(key);
+    const std::u16string asked = codePage.ToUtf16(key);
+    const std::u16string_view wanted = TrimSpaces(asked);
     for (const IniKey& k : s->keys)
-      if (SameName(k.name, TrimSpaces(wanted)))
+      if (SameName(k.name, wanted))
         return CopyValue(codePage, codePage.FromUtf16(Unquoted(k.value)), buffer, size);
   }
   // The default loses its trailing blanks.

@@ -128,9 +128,10 @@ class SimRegistry : public platform::Registry {
     if (data && !dataSize) return ERROR_INVALID_PARAMETER;
     KeyEntry* entry = FindKey(c, path);
     const RegistryValue* found = nullptr;
+    const std::string wanted = ArgText(valueName);
     if (entry)
       for (const auto& [name, value] : entry->second)
-        if (SameNoCase(name, ArgText(valueName))) found = &value;
+        if (SameNoCase(name, wanted)) found = &value;
     if (!found) return ERROR_FILE_NOT_FOUND;
     if (type) *type = found->type;
     const std::string bytes = AnsiData(*found);
@@ -186,8 +187,9 @@ class SimRegistry : public platform::Registry {
     if (c.TakeFault("GetSetting", std::vector<std::string>{path, FromAnsi(application)})) return defaultValue;
     KeyEntry* entry = FindKey(c, path);
     if (!entry) return defaultValue;
+    const std::string wanted = FromAnsi(key);
     for (const auto& [name, value] : entry->second) {
-      if (!SameNoCase(name, FromAnsi(key))) continue;
+      if (!SameNoCase(name, wanted)) continue;
       if (value.type != REG_SZ && value.type != REG_EXPAND_SZ) return defaultValue;
       std::string text = AnsiData(value);
       return text.substr(0, text.find('\0'));
