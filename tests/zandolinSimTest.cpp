@@ -348,20 +348,6 @@ class CodePageScenario : public ZandolinSimTest {
     return o;
   }
 
-  // Bytes as the server's record shows them: one character a byte.
-  static std::string AsLatin1(const std::string& bytes) {
-    std::string text;
-    for (unsigned char b : bytes) {
-      if (b < 0x80) {
-        text += static_cast<char>(b);
-      } else {
-        text += static_cast<char>(0xC0 | b >> 6);
-        text += static_cast<char>(0x80 | (b & 0x3F));
-      }
-    }
-    return text;
-  }
-
   static bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 };
 
@@ -374,7 +360,7 @@ TEST_F(CodePageScenario, Cp1252Default_DruckerMovesAndGoesOnTheWireAsFC_Japanese
   EXPECT_TRUE(Has(outcome, "\r\nError getting handle to printer: \\\\OLD\\??\r\n")) << outcome;
   EXPECT_TRUE(Has(outcome, "\r\nMigrating: \\\\OLD\\Drücker to \\\\NEW\\Drücker\r\n")) << outcome;
   EXPECT_TRUE(Has(o.file, "\r\nMigrating: \\\\OLD\\Dr\xFC" "cker to \\\\NEW\\Dr\xFC" "cker\r\n")) << o.file;
-  EXPECT_TRUE(Has(o.wire, AsLatin1("\r\nMigrating: \\\\OLD\\Dr\xFC" "cker to \\\\NEW\\Dr\xFC" "cker\r\n"))) << o.wire;
+  EXPECT_TRUE(Has(o.wire, smtppeer::Peer::BytesAsCharacters("\r\nMigrating: \\\\OLD\\Dr\xFC" "cker to \\\\NEW\\Dr\xFC" "cker\r\n"))) << o.wire;
   EXPECT_TRUE(Has(o.debugLog, ">> Found networked printer: \\\\OLD\\Drücker (\\\\OLD)\r\n")) << o.debugLog;
   EXPECT_TRUE(Has(o.debugLog, "ERROR: Getting client printer (no handle): \\\\OLD\\??\r\n")) << o.debugLog;
 }
@@ -389,7 +375,7 @@ TEST_F(CodePageScenario, Cp932_JapaneseNameMovesInItsTwoByteCharacters_DruckerIs
   EXPECT_TRUE(Has(outcome, "\r\nMigrating: \\\\OLD\\日本 to \\\\NEW\\日本\r\n")) << outcome;
   const std::string moved = "\r\nMigrating: \\\\OLD\\\x93\xFA\x96\x7B to \\\\NEW\\\x93\xFA\x96\x7B\r\n";
   EXPECT_TRUE(Has(o.file, moved)) << o.file;
-  EXPECT_TRUE(Has(o.wire, AsLatin1(moved))) << o.wire;
+  EXPECT_TRUE(Has(o.wire, smtppeer::Peer::BytesAsCharacters(moved))) << o.wire;
   EXPECT_TRUE(Has(o.debugLog, ">> Found networked printer: \\\\OLD\\日本 (\\\\OLD)\r\n")) << o.debugLog;
   EXPECT_TRUE(Has(o.debugLog, "ERROR: Getting client printer (no handle): \\\\OLD\\Drucker\r\n")) << o.debugLog;
 }
