@@ -766,6 +766,9 @@ TEST_F(SimPlatformTest, CodePage_SystemGivesNamesAndFoldersInTheCodePage) {
   ASSERT_TRUE(Sys().system->GetUserProfileDirectoryA(token, buffer, &size));
   EXPECT_STREQ("C:\\Users\\j\xFCrgen", buffer);
 
+  sim::Current().commandLine = "\"C:\\Déploiement\\a.ini\"";
+  EXPECT_EQ("\"C:\\D\xE9ploiement\\a.ini\"", Sys().system->CommandLine());
+
   machine["os"] = {{"ansiCodePage", 932}};
   Install();
   size = sizeof buffer;

@@ -606,7 +606,8 @@ TEST_F(SimSpoolerTest, CodePage1252_NamesReachTheEngineInItsBytesAndComeBack) {
   std::vector<std::string> names;
   ASSERT_TRUE(spooler().UserPrinters(names));
   EXPECT_EQ(std::vector<std::string>{"\\\\OLD\\Dr\xFC" "cker"}, names);
-  const PRINTER_INFO_2A info = Record(Info(Open(names[0])));
+  const std::vector<uint8_t> buffer = Info(Open(names[0]));
+  const PRINTER_INFO_2A info = Record(buffer);
   EXPECT_STREQ("\\\\OLD\\Dr\xFC" "cker", info.pPrinterName);
   EXPECT_STREQ("Dr\xFC" "cker", info.pShareName);
 

@@ -382,3 +382,92 @@ TEST_F(CodePageScenario, Cp932_JapaneseNameMovesInItsTwoByteCharacters_DruckerIs
 
 }  // namespace
 
+
+namespace {
+
+// --------------------------------------------------------------- INI files as Windows reads them
+
+// A client with \\OLD\laser, which the INI file moves to NEW and reports by a
+// pop-up; the INI file's bytes are the test's.
+class IniScenario : public ZandolinSimTest {
+ protected:
+  static testini::IniFile Ini() {
+    testini::IniFile ini = testini::ValidIni();
+    ini.Set("GENERAL", "UseManualDefinitions", "True")
+        .Set("MANUAL DEFINITIONS SERVERS", "FromServers", "OLD")
+        .Set("MANUAL DEFINITIONS SERVERS", "ToServers", "NEW")
+        .Set("NOTIFICATION CLIENT POP-UP", "UseClientPopup", "True")
+        .Set("NOTIFICATION CLIENT POP-UP", "UseSuccessClientPopup", "True")
+        .Set("NOTIFICATION CLIENT POP-UP", "SuccessMessage", "Moved.");
+    return ini;
+  }
+
+  json RunWith(const std::string& iniBytes, const json& os = nullptr) {
+    json machine = json::parse(R"({"clock": "2026-11-21T14:05:09",
+        "printers": [{"name": "\\\\OLD\\laser", "serverName": "\\\\OLD", "shareName": "laser"}],
+        "printServers": {"NEW": {"queues": ["laser"]}}})");
+    if (!os.is_null()) machine["os"] = os;
+    WriteClientFile("machine.json", machine.dump());
+    WriteClientFile("files/C/Deploy/migration.ini", iniBytes);
+    Result r = Sim({client.string(), "--json", "--dry-run"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    return json::parse(r.out);
+  }
+
+  static std::string Utf16(const std::u16string& text) {
+    std::string bytes = "\xFF\xFE";
+    for (char16_t u : text) bytes += std::string{static_cast<char>(u & 0xFF), static_cast<char>(u >> 8)};
+    return bytes;
+  }
+
+  static const json& Moved() {
+    static const json calls = json::parse(R"([
+        {"call": "AddPrinterConnectionA", "args": ["\\\\NEW\\laser"], "result": 1, "lastError": 0},
+        {"call": "DeletePrinterConnectionA", "args": ["\\\\OLD\\laser"], "result": 1, "lastError": 0}])");
+    return calls;
+  }
+};
+
+TEST_F(IniScenario, BlanksInBracketsNoClosingBracketAndLoneCr_RunAsThePlainFile) {
+  const std::string plain = Ini().Text();
+  json t = RunWith(plain);
+  ASSERT_EQ(t["spoolerCalls"], Moved());
+  EXPECT_EQ(t["messageBoxes"], (json{{{"title", "Zandolin"}, {"text", "Moved."}, {"style", 0}}}));
+
+  std::string odd = plain;
+  odd.replace(odd.find("[GENERAL]"), 9, "[ GENERAL\t]");
+  odd.replace(odd.find("[SUPPORT]"), 9, "[SUPPORT");
+  for (size_t at = odd.find("\r\n"); at != std::string::npos; at = odd.find("\r\n", at)) odd.erase(at + 1, 1);
+  json same = RunWith(odd);
+  EXPECT_EQ(same["spoolerCalls"], t["spoolerCalls"]);
+  EXPECT_EQ(same["messageBoxes"], t["messageBoxes"]);
+  EXPECT_EQ(same["outcomeText"], t["outcomeText"]);
+}
+
+TEST_F(IniScenario, Utf8ByteOrderMark_LosesTheFirstSectionAndTheRunAborts) {
+  json t = RunWith("\xEF\xBB\xBF" + Ini().Text());
+  EXPECT_EQ(t["spoolerCalls"], json::array());
+  EXPECT_EQ(t["messageBoxes"],
+            (json{{{"title", "Zandolin"},
+                   {"text", "Unable to get INI file contents, please check your file path and permissions."},
+                   {"style", 16}}}));
+  const std::string debug = t["debugBuffer"];
+  EXPECT_NE(debug.find(">> UseActiveDirectory: False\r\n>> UseManualDefinitions: False\r\n"), std::string::npos)
+      << debug;
+}
+
+TEST_F(IniScenario, Utf16File_MessageReachesTheUserInTheCodePage) {
+  testini::IniFile ini = Ini();
+  ini.Set("NOTIFICATION CLIENT POP-UP", "SuccessMessage", "@");
+  const std::string ascii = ini.Text();
+  std::u16string text(ascii.begin(), ascii.end());
+  text.replace(text.find(u'@'), 1, u"Drucker 日本 verschoben");
+  json western = RunWith(Utf16(text));
+  EXPECT_EQ(western["spoolerCalls"], Moved());
+  EXPECT_EQ(western["messageBoxes"][0]["text"], "Drucker ?? verschoben");
+  json japanese = RunWith(Utf16(text), json{{"ansiCodePage", 932}});
+  EXPECT_EQ(japanese["spoolerCalls"], Moved());
+  EXPECT_EQ(japanese["messageBoxes"][0]["text"], "Drucker 日本 verschoben");
+}
+
+}  // namespace
