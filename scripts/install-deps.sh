@@ -19,6 +19,7 @@ test_packages=(
   slapd ldap-utils
   python3 python3-aiosmtpd
   xvfb xdotool imagemagick x11-apps fonts-wine
+  osslsigncode openssl zip unzip cmark-gfm
 )
 
 case "${1:-all}" in
