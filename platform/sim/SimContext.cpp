@@ -319,8 +319,7 @@ void Context::BeginRun(double limitSeconds) {
   for (const std::string& dir : {CurrentDir(), machine.windowsDir, machine.systemDir, machine.profileDir,
                                  machine.tempDir}) {
     ResolvedPath path = ResolveWindowsPath(folder, dir);
-    std::error_code ec;
-    if (path.status == ResolvedPath::kOk && !path.host.empty()) fs::create_directories(path.host, ec);
+    if (path.status == ResolvedPath::kOk && !path.host.empty()) DriveMakeFolders(*this, path.host);
   }
   lastError = 0;
   printersBefore = machine.printers;

@@ -4,7 +4,6 @@
 #include "platform/sim/SimServices.h"
 
 #include <cstring>
-#include <fstream>
 #include <sstream>
 
 namespace sim {
@@ -146,19 +145,16 @@ std::vector<IniSection> LoadProfileFile(const Context& c, const std::string& fil
     error = path.status == ResolvedPath::kBadName ? 123 : ERROR_FILE_NOT_FOUND;   // ERROR_INVALID_NAME
     return {};
   }
-  std::error_code ec;
-  if (fs::is_directory(path.host, ec)) {
+  if (DriveIsFolder(c, path.host)) {
     error = ERROR_ACCESS_DENIED;
     return {};
   }
-  std::ifstream in(path.host, std::ios::binary);
-  if (!in) {
-    error = fs::exists(path.host, ec) ? ERROR_ACCESS_DENIED : ERROR_FILE_NOT_FOUND;
+  std::string bytes;
+  if (DriveRead(c, path.host, bytes) != 0) {
+    error = DriveIsFile(c, path.host) ? ERROR_ACCESS_DENIED : ERROR_FILE_NOT_FOUND;
     return {};
   }
-  std::stringstream buffer;
-  buffer << in.rdbuf();
-  return ParseIni(DecodeIniBytes(buffer.str()));
+  return ParseIni(DecodeIniBytes(bytes));
 }
 
 const IniSection* FindSection(const std::vector<IniSection>& sections, const std::string& name) {
