@@ -54,4 +54,13 @@ class Client {
   virtual nlohmann::json Transcript() = 0;
 };
 
+// Where the profile functions find a key in an INI file's bytes: the line
+// (from 1) of its section and of the key that is read; 0 for absent ones.
+struct ProfileLocation {
+  int sectionLine = 0;
+  int keyLine = 0;
+};
+ProfileLocation LocateProfileKey(const std::string& fileBytes, const std::string& section,
+                                 const std::string& key);
+
 }  // namespace sim
