@@ -1,6 +1,7 @@
 #include "app/zandolin-fleet/Rehearsal.h"
 
 #include "config/modINIDocument.h"
+#include "diagnostics/modDebug.h"
 #include "diagnostics/frmProgress.h"
 #include "engine/Runtime.h"
 #include "engine/modINIFile.h"
@@ -265,12 +266,15 @@ ClientFacts RehearseClient(const RehearsalSetup& setup, const fs::path& capture,
   if (fullRun && !INIFilePath.empty() && f.ended != "fatal")
     f.statusRecorded = BoolText(!AbortStatus && OperationsSucceeded);
   f.runsAgain = INIDocument.AlwaysRun || !(f.statusRecorded == "True" || f.run == kRunAlreadySucceeded);
-  if (!noIni && !INIFilePath.empty() && !fs::path(INIFilePath).empty() &&
-      INIFilePath != iniPath && (fullRun || f.run == kRunAlreadySucceeded))
+  if (!INIFilePath.empty() && INIFilePath != iniPath && (fullRun || f.run == kRunAlreadySucceeded))
     f.notes.push_back("the engine read " + INIFilePath + ", not " + iniPath);
 
   const bool dispatched = (fullRun || f.run == kRunAlreadySucceeded) && f.ended != "fatal";
-  if (dispatched && INIDocument.UseFileOutput) f.outputFile = NotificationFileName();
+  if (dispatched && INIDocument.UseFileOutput) {
+    f.outputFile = NotificationFileName();
+    if (gDebugBuffer.find("ERROR: Saving notification output file <<") != std::string::npos)
+      f.notes.push_back("the output file cannot be written on the captured client (is its folder there?)");
+  }
   if (dispatched && INIDocument.UseSMTP) {
     f.mailTo = MailRecipients(t["sockets"]);
     if (f.mailTo.empty()) f.notes.push_back("the mail was not sent");

@@ -317,7 +317,7 @@ if (data.skipped.length) {
 
 const columns = [
   ["Computer", c => c.computer], ["User", c => c.user], ["Windows", c => c.generation], ["Run", c => c.run],
-  ["Ended", c => c.ended + (c.endedDetail ? ": " + c.endedDetail : "")],
+  ["Ended", c => c.ended === "fatal" ? "fatal: " + c.endedDetail : c.ended],
   ["Before", c => c.printersBefore.length], ["After", c => c.printersAfter.length], ["Moved", c => c.moved.length],
   ["Failed adds", c => c.failedAdds.length], ["Lost", c => c.lost.length], ["Default lost", c => c.defaultLost ? "yes" : ""],
   ["Status", c => c.statusRecorded], ["Runs again", c => c.runsAgain ? "yes" : ""]];
@@ -354,7 +354,7 @@ const list = (title, items) => items.length ? `<p><b>${esc(title)}</b></p><ul>${
 document.querySelector("#clients tbody").addEventListener("click", e => {
   const tr = e.target.closest("tr"); if (!tr) return;
   const c = clients[+tr.dataset.i];
-  document.getElementById("detail").style.display = "";
+  document.getElementById("detail").style.display = "block";
   document.getElementById("detail-title").textContent = c.computer + " \u2014 " + c.user;
   document.getElementById("detail-body").innerHTML =
     `<p>${esc(c.generation)} ${esc(c.run)}${c.ended ? ", ended: " + esc(c.ended) : ""}${c.endedDetail ? " (" + esc(c.endedDetail) + ")" : ""}. ` +
