@@ -3,7 +3,6 @@
 #include "app/zandolin-fleet/Processes.h"
 
 #include <cstdio>
-#include <thread>
 
 #ifdef _WIN32
 #include <io.h>
@@ -91,6 +90,14 @@ Worker& Worker::operator=(Worker&& other) noexcept {
 
 static bool StandardErrorIsTerminal() { return _isatty(_fileno(stderr)) != 0; }
 
+unsigned ProcessorCount() {
+  SYSTEM_INFO info;
+  GetSystemInfo(&info);
+  return info.dwNumberOfProcessors > 0 ? info.dwNumberOfProcessors : 1;
+}
+
+void PauseBriefly() { Sleep(100); }
+
 #else
 
 fs::path SelfPath() {
@@ -139,12 +146,14 @@ Worker& Worker::operator=(Worker&& other) noexcept {
 
 static bool StandardErrorIsTerminal() { return isatty(fileno(stderr)) != 0; }
 
-#endif
-
 unsigned ProcessorCount() {
-  unsigned n = std::thread::hardware_concurrency();
-  return n == 0 ? 1 : n;
+  long n = sysconf(_SC_NPROCESSORS_ONLN);
+  return n > 0 ? static_cast<unsigned>(n) : 1;
 }
+
+void PauseBriefly() { usleep(100 * 1000); }
+
+#endif
 
 Progress::Progress(std::string what, size_t total)
     : what_(std::move(what)), total_(total), terminal_(StandardErrorIsTerminal()),

@@ -17,6 +17,9 @@ std::filesystem::path SelfPath();
 // The number of processors.
 unsigned ProcessorCount();
 
+// Waits a tenth of a second.
+void PauseBriefly();
+
 // A started process of this program.
 class Worker {
  public:

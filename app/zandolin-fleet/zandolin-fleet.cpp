@@ -15,7 +15,6 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -267,7 +266,7 @@ int Rehearse(const Arguments& a) {
       start(k, 0);
     }
     for (size_t busy = parts; busy > 0;) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      fleet::PauseBriefly();
       size_t done = 0;
       busy = 0;
       for (size_t k = 0; k < parts; ++k) {

@@ -14,7 +14,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <unistd.h>
+#include <random>
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -122,10 +122,15 @@ std::optional<fs::path> FindExample(const char* argv0) {
   return std::nullopt;
 }
 
+// A folder of its own under the temporary directory, made here.
 fs::path FreshTempFolder() {
-  std::string pattern = (fs::temp_directory_path() / "zandolin-sim-XXXXXX").string();
-  if (!mkdtemp(pattern.data())) throw UsageError{"cannot make a temporary folder"};
-  return fs::path(pattern);
+  std::random_device random;
+  std::error_code ec;
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    fs::path folder = fs::temp_directory_path(ec) / ("zandolin-sim-" + std::to_string(random()));
+    if (fs::create_directory(folder, ec)) return folder;
+  }
+  throw UsageError{"cannot make a temporary folder"};
 }
 
 void CopyFolder(const fs::path& from, const fs::path& to) {
