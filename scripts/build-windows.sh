@@ -3,7 +3,8 @@
 #
 #   scripts/build-windows.sh [OUTDIR]
 #
-# builds ZandolinEngine.exe and zandolin-debug.exe into OUTDIR/build-win64
+# builds ZandolinEngine.exe, zandolin-debug.exe, zandolin-sim.exe and
+# zandolin-fleet.exe into OUTDIR/build-win64
 # and OUTDIR/build-win32 (OUTDIR: the repository, unless given), and checks
 # that each ZandolinEngine.exe imports nothing but DLLs of the system, so that
 # it runs when copied alone beside its INI file.

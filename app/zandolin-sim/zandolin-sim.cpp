@@ -33,7 +33,11 @@ const char kUsage[] =
     "  --json             print the transcript as JSON instead of the report\n"
     "  --report FILE      also write the JSON transcript to FILE\n"
     "  --dry-run          run on a copy; MACHINE_DIR is left as it was\n"
-    "  --limit SECONDS    wall-clock time before the run counts as stuck (default 120)\n";
+    "  --limit SECONDS    wall-clock time before the run counts as stuck (default 120)\n"
+    "\n"
+    "The \"ldap\" form of machine.json's directory (a real LDAP server) works in the\n"
+    "Linux build only: the Windows build, zandolin-sim.exe, has no LDAP client for it\n"
+    "and fails the bind as a directory server that does not answer.\n";
 
 struct Options {
   std::optional<fs::path> machineDir;
