@@ -24,6 +24,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -92,14 +93,30 @@ long TreeMemoryKb(pid_t root) {
   return total;
 }
 
+// The load of the machine, as the other programs on it make it.
+std::string LoadAverage() {
+  std::ifstream in("/proc/loadavg");
+  std::string one;
+  in >> one;
+  return one;
+}
+
 struct Measure {
   double seconds;
   long peakKb;
+  double cpuSeconds;   // of the tool and its workers, user and system
 };
+
+double ChildrenCpuSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_CHILDREN, &usage);
+  return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
 
 // Runs the tool with its arguments; its time and peak memory.
 Measure RunTool(const std::vector<std::string>& arguments) {
   auto start = std::chrono::steady_clock::now();
+  const double cpuBefore = ChildrenCpuSeconds();
   std::fflush(stdout);
   pid_t pid = fork();
   if (pid == 0) {
@@ -124,17 +141,20 @@ Measure RunTool(const std::vector<std::string>& arguments) {
     std::fprintf(stderr, "bench_fleet: zandolin-fleet failed (status %d)\n", status);
     std::exit(1);
   }
-  return {seconds, peak};
+  return {seconds, peak, ChildrenCpuSeconds() - cpuBefore};
 }
 
 void Summary(const char* what, std::vector<Measure> runs) {
-  std::vector<double> t;
+  std::vector<double> t, c;
   std::vector<long> m;
-  for (const Measure& r : runs) t.push_back(r.seconds), m.push_back(r.peakKb);
+  for (const Measure& r : runs) t.push_back(r.seconds), m.push_back(r.peakKb), c.push_back(r.cpuSeconds);
   std::sort(t.begin(), t.end());
   std::sort(m.begin(), m.end());
-  std::printf("%s: time min %.1f s, median %.1f s, max %.1f s; peak memory min %ld MB, median %ld MB, max %ld MB\n",
-              what, t.front(), t[t.size() / 2], t.back(), m.front() / 1024, m[m.size() / 2] / 1024, m.back() / 1024);
+  std::sort(c.begin(), c.end());
+  std::printf("%s: time min %.1f s, median %.1f s, max %.1f s; processor time min %.1f s, median %.1f s, max %.1f s; "
+              "peak memory min %ld MB, median %ld MB, max %ld MB\n",
+              what, t.front(), t[t.size() / 2], t.back(), c.front(), c[c.size() / 2], c.back(), m.front() / 1024,
+              m[m.size() / 2] / 1024, m.back() / 1024);
 }
 
 int Rehearse(int clients, int runs) {
@@ -166,7 +186,8 @@ int Rehearse(int clients, int runs) {
     measures.push_back(RunTool({"rehearse", "--ini", (dir / "fleet.ini").string(), "--servers",
                                 (dir / "servers.json").string(), "--directory", (dir / "directory.json").string(),
                                 (dir / "captures").string(), "--out", (dir / "out").string()}));
-    std::printf("  run %d: %.1f s, peak %ld MB\n", r + 1, measures.back().seconds, measures.back().peakKb / 1024);
+    std::printf("  run %d: %.1f s, processor %.1f s, peak %ld MB, load average %s\n", r + 1, measures.back().seconds,
+                measures.back().cpuSeconds, measures.back().peakKb / 1024, LoadAverage().c_str());
     std::fflush(stdout);
   }
   json counts = json::parse(std::ifstream(dir / "out" / "fleet.json"))["counts"];
@@ -224,7 +245,8 @@ int Collect(int files, int runs) {
   for (int r = 0; r < runs; ++r) {
     fs::remove_all(dir / "out");
     measures.push_back(RunTool({"collect", (dir / "share").string(), "--out", (dir / "out").string()}));
-    std::printf("  run %d: %.1f s, peak %ld MB\n", r + 1, measures.back().seconds, measures.back().peakKb / 1024);
+    std::printf("  run %d: %.1f s, processor %.1f s, peak %ld MB, load average %s\n", r + 1, measures.back().seconds,
+                measures.back().cpuSeconds, measures.back().peakKb / 1024, LoadAverage().c_str());
     std::fflush(stdout);
   }
   json counts = json::parse(std::ifstream(dir / "out" / "fleet.json"))["counts"];

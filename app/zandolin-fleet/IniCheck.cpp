@@ -30,33 +30,6 @@ std::string StopsAtOnce(int number, const std::string& description) {
          "): nothing moves, no notification goes out and no debug file is written";
 }
 
-struct Key {
-  const char* section;
-  const char* key;
-};
-
-// The Boolean keys of the file, every one of them mandatory.
-constexpr Key kBooleans[] = {
-    {"GENERAL", "UseActiveDirectory"},
-    {"GENERAL", "UseManualDefinitions"},
-    {"GENERAL", "AlwaysRun"},
-    {"GENERAL", "ShowProgress"},
-    {"NOTIFICATION SMTP", "UseSMTP"},
-    {"NOTIFICATION FILE OUTPUT", "UseFileOutput"},
-    {"NOTIFICATION FILE OUTPUT", "IncludeComputerName"},
-    {"NOTIFICATION FILE OUTPUT", "IncludeOutcome"},
-    {"NOTIFICATION FILE OUTPUT", "WriteToEventLog"},
-    {"NOTIFICATION CLIENT POP-UP", "UseClientPopup"},
-    {"NOTIFICATION CLIENT POP-UP", "UseSuccessClientPopup"},
-    {"NOTIFICATION CLIENT POP-UP", "UseFailureClientPopup"},
-    {"DEPLOYMENT", "CreateWebLaunchPage"},
-    {"DEPLOYMENT", "CreateBatchFile"},
-    {"DEPLOYMENT", "IncludeMDAC"},
-    {"PRUNE", "DeleteADOrphans"},
-    {"PRUNE", "DeleteAllNonNetworked"},
-    {"SUPPORT", "DebugOn"},
-};
-
 // The list keys and the key of each list that sizes it.
 struct ListKey {
   const char* section;

@@ -15,6 +15,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <random>
 #include <sstream>
 
 namespace fleet {
@@ -41,7 +42,7 @@ bool ReadFile(const fs::path& file, std::string& bytes) {
 // writing the same file never leave half of one.
 void WriteFileAtomically(const fs::path& file, const std::string& bytes) {
   fs::path temp = file;
-  temp += ".part" + std::to_string(reinterpret_cast<uintptr_t>(&bytes) & 0xFFFFFF);
+  temp += ".part" + std::to_string(std::random_device()());
   {
     std::ofstream out(temp, std::ios::binary | std::ios::trunc);
     out << bytes;
@@ -57,8 +58,9 @@ std::string Hex(uint64_t value) {
   return text;
 }
 
-uint64_t Fnv1a(const std::string& text) {
-  uint64_t hash = 1469598103934665603ull;
+constexpr uint64_t kFnvOffset = 1469598103934665603ull;
+
+uint64_t Fnv1a(const std::string& text, uint64_t hash) {
   for (unsigned char c : text) hash = (hash ^ c) * 1099511628211ull;
   return hash;
 }
@@ -78,14 +80,20 @@ std::string SafeName(const std::string& text) {
 // once for all the clients that saw the same listing; its file name.
 std::string WriteDirectoryListing(const fs::path& outDir) {
   if (gDirectoryPrinters.size() <= 1) return "";
+  uint64_t hash = kFnvOffset;
+  for (size_t i = 1; i < gDirectoryPrinters.size(); ++i) {
+    const DirectoryPrinter& d = gDirectoryPrinters[i];
+    for (const std::string* part : {&d.PrinterName, &d.ServerName, &d.ShareName}) hash = Fnv1a(*part + '\n', hash);
+  }
+  std::string name = "directory-" + Hex(hash) + ".txt";
+  std::error_code ec;
+  if (fs::exists(outDir / name, ec)) return name;
   std::string listing;
   for (size_t i = 1; i < gDirectoryPrinters.size(); ++i) {
     const DirectoryPrinter& d = gDirectoryPrinters[i];
     listing += d.PrinterName + " (\\\\" + d.ServerName + "\\" + d.ShareName + ")\r\n";
   }
-  std::string name = "directory-" + Hex(Fnv1a(listing)) + ".txt";
-  std::error_code ec;
-  if (!fs::exists(outDir / name, ec)) WriteFileAtomically(outDir / name, listing);
+  WriteFileAtomically(outDir / name, listing);
   return name;
 }
 
@@ -203,7 +211,7 @@ std::vector<fs::path> FindCaptures(const std::vector<fs::path>& paths, std::vect
   return captures;
 }
 
-ClientFacts RehearseClient(const RehearsalSetup& setup, const fs::path& capture, size_t index) {
+ClientFacts RehearseClient(RehearsalSetup& setup, const fs::path& capture, size_t index) {
   std::unique_ptr<sim::Client> client;
   try {
     client = sim::Client::Load(capture);
@@ -214,8 +222,6 @@ ClientFacts RehearseClient(const RehearsalSetup& setup, const fs::path& capture,
   }
   client->KeepFilesInMemory();
   sim::Machine& m = client->State();
-  if (setup.printServers) m.printServers = *setup.printServers;
-  if (setup.directory) m.directory = *setup.directory;
   // Nothing leaves the machine: a capture that names no peer gets the one
   // that accepts the mail.
   if (!m.smtp) m.smtp = sim::SmtpPeer{};
@@ -235,7 +241,15 @@ ClientFacts RehearseClient(const RehearsalSetup& setup, const fs::path& capture,
   if (client->PutFile(iniPath, setup.iniBytes).failed())
     throw UsageError{"the INI file cannot be put at " + iniPath + " (exePath " + m.exePath + ")"};
 
+  // The fleet's servers and directory are lent to the run, not copied.
+  const bool servers = setup.printServers.has_value(), directory = setup.directory.has_value();
+  auto lend = [&] {
+    if (servers) std::swap(m.printServers, *setup.printServers);
+    if (directory) std::swap(m.directory, setup.directory);
+  };
+  lend();
   json t = client->Run(sim::RunOptions{"", setup.limitSeconds, true});
+  lend();
 
   f.ended = t["ended"].get<std::string>();
   if (f.ended == "fatal")

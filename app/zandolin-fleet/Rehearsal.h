@@ -50,8 +50,9 @@ std::vector<std::filesystem::path> FindCaptures(const std::vector<std::filesyste
 
 // Runs the engine once on the capture and tells what the run did; its
 // transcript goes to the report's clients/ folder under a name made from
-// index. Throws UsageError when the capture cannot be read.
-ClientFacts RehearseClient(const RehearsalSetup& setup, const std::filesystem::path& capture, size_t index);
+// index. Throws UsageError when the capture cannot be read. The setup's
+// directory is lent to the run and back.
+ClientFacts RehearseClient(RehearsalSetup& setup, const std::filesystem::path& capture, size_t index);
 
 // Which Windows a machine is, in its everyday name.
 std::string Generation(const sim::Machine& machine);

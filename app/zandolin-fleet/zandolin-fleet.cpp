@@ -157,7 +157,7 @@ json ResultLine(size_t index, const fleet::ClientFacts* facts, const std::string
   return line;
 }
 
-json RehearseOne(const fleet::RehearsalSetup& setup, const fs::path& capture, size_t index) {
+json RehearseOne(fleet::RehearsalSetup& setup, const fs::path& capture, size_t index) {
   try {
     fleet::ClientFacts facts = fleet::RehearseClient(setup, capture, index);
     return ResultLine(index, &facts, "");
