@@ -1,4 +1,5 @@
 #include "app/zandolin-fleet/ClientFacts.h"
+#include "platform/sim/SimServices.h"
 
 #include <set>
 
@@ -8,16 +9,9 @@ namespace {
 
 using nlohmann::json;
 
-std::string Upper(const std::string& text) {
-  std::string upper = text;
-  for (char& c : upper)
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  return upper;
-}
-
 std::set<std::string> UpperSet(const std::vector<std::string>& names) {
   std::set<std::string> set;
-  for (const std::string& n : names) set.insert(Upper(n));
+  for (const std::string& n : names) set.insert(sim::UpperAscii(n));
   return set;
 }
 
@@ -91,16 +85,16 @@ void DeriveChanges(ClientFacts& facts, const std::vector<const OutcomeRun*>& run
     for (const OutcomeStep& step : run->steps) {
       switch (step.kind) {
         case OutcomeStep::kMove: {
-          touched.insert(Upper(step.printer));
-          if (after.count(Upper(step.to)) && !after.count(Upper(step.printer)) &&
-              seenMoves.insert(Upper(step.printer) + "\n" + Upper(step.to)).second) {
+          touched.insert(sim::UpperAscii(step.printer));
+          if (after.count(sim::UpperAscii(step.to)) && !after.count(sim::UpperAscii(step.printer)) &&
+              seenMoves.insert(sim::UpperAscii(step.printer) + "\n" + sim::UpperAscii(step.to)).second) {
             facts.moved.push_back({step.printer, step.to});
-            replaced.insert(Upper(step.printer));
+            replaced.insert(sim::UpperAscii(step.printer));
           }
           break;
         }
         case OutcomeStep::kRemove:
-        case OutcomeStep::kRemoveFailed: touched.insert(Upper(step.printer)); break;
+        case OutcomeStep::kRemoveFailed: touched.insert(sim::UpperAscii(step.printer)); break;
         default: break;
       }
     }
@@ -114,15 +108,17 @@ void DeriveChanges(ClientFacts& facts, const std::vector<const OutcomeRun*>& run
   facts.lost.clear();
   facts.untouched.clear();
   for (const std::string& p : facts.printersBefore) {
-    std::string u = Upper(p);
+    std::string u = sim::UpperAscii(p);
     if (!after.count(u)) {
       if (!replaced.count(u)) facts.lost.push_back(p);
     } else if (!touched.count(u)) {
       facts.untouched.push_back(p);
     }
   }
-  facts.defaultLost = !facts.defaultBefore.empty() && UpperSet(facts.printersBefore).count(Upper(facts.defaultBefore)) &&
-                      (facts.defaultAfter.empty() || !after.count(Upper(facts.defaultAfter)));
+  // A default that was a printer of the user, and is none of them now.
+  facts.defaultLost = !facts.defaultBefore.empty() &&
+                      UpperSet(facts.printersBefore).count(sim::UpperAscii(facts.defaultBefore)) &&
+                      (facts.defaultAfter.empty() || !after.count(sim::UpperAscii(facts.defaultAfter)));
 }
 
 void ReplayRuns(ClientFacts& facts, const std::vector<const OutcomeRun*>& runs) {
@@ -131,7 +127,7 @@ void ReplayRuns(ClientFacts& facts, const std::vector<const OutcomeRun*>& runs) 
   std::string defaultPrinter;
   auto find = [&](const std::string& name) {
     for (size_t i = 0; i < state.size(); ++i)
-      if (Upper(state[i]) == Upper(name)) return i;
+      if (sim::UpperAscii(state[i]) == sim::UpperAscii(name)) return i;
     return state.size();
   };
   for (const OutcomeRun* run : runs) {
@@ -148,7 +144,7 @@ void ReplayRuns(ClientFacts& facts, const std::vector<const OutcomeRun*>& runs) 
         state.push_back(step.printer);
       } else if (step.kind == OutcomeStep::kRemove && find(step.printer) < state.size()) {
         state.erase(state.begin() + static_cast<long>(find(step.printer)));
-        if (Upper(step.printer) == Upper(defaultPrinter)) defaultPrinter.clear();
+        if (sim::UpperAscii(step.printer) == sim::UpperAscii(defaultPrinter)) defaultPrinter.clear();
       } else if (step.kind == OutcomeStep::kDefaultSet) {
         defaultPrinter = step.printer;
       }
@@ -196,7 +192,6 @@ json ToJson(const ClientFacts& f) {
               {"runs", f.runs},
               {"directoryQueues", f.directoryQueues},
               {"atRisk", f.AtRisk()},
-              {"outcomeText", f.outcomeText},
               {"transcript", f.transcript}};
 }
 
@@ -231,7 +226,6 @@ ClientFacts FactsFromJson(const json& j) {
   f.reportAt = text("reportAt");
   f.runs = j.value("runs", 0);
   f.directoryQueues = j.value("directoryQueues", size_t{0});
-  f.outcomeText = text("outcomeText");
   f.transcript = text("transcript");
   return f;
 }

@@ -46,7 +46,7 @@ struct ClientFacts {
   std::string reportAt;                   // the latest report's time (collection)
   int runs = 0;                           // reports found (collection)
   size_t directoryQueues = 0;             // queues the directory listed to the run
-  std::string outcomeText;                // the report, the directory's listing collapsed
+  std::string outcomeText;                // the report, the directory's listing collapsed (not in JSON)
   std::string transcript;                 // the per-client file, relative to the report
 
   bool AtRisk() const;
@@ -75,6 +75,7 @@ void ReplayRuns(ClientFacts& facts, const std::vector<const OutcomeRun*>& runs);
 // else False after an aborted run or a failed printer operation.
 std::string StatusByReport(const OutcomeRun& run);
 
+// Every fact but the outcome text.
 nlohmann::json ToJson(const ClientFacts& facts);
 ClientFacts FactsFromJson(const nlohmann::json& json);
 

@@ -1,4 +1,5 @@
 #include "app/zandolin-fleet/Collect.h"
+#include "platform/sim/SimServices.h"
 
 #include "app/zandolin-fleet/Processes.h"
 
@@ -32,12 +33,6 @@ std::string SortableTime(const std::string& text) {
   char key[32];
   std::snprintf(key, sizeof key, "%04d%02d%02d%02d%02d%02d", year, month, day, hour, minute, second);
   return key;
-}
-
-std::string Upper(std::string text) {
-  for (char& c : text)
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  return text;
 }
 
 // Computer and user from an output file's name made with
@@ -110,7 +105,7 @@ Report Collect(const fs::path& folder) {
 
   Progress progress("Reading output files:", files.size());
   std::vector<CollectedRun> collected;
-  size_t notOutputFiles = 0, cut = 0, unknown = 0, order = 0;
+  size_t notOutputFiles = 0, cut = 0, unknown = 0, order = 0, texts = 0;
   for (size_t i = 0; i < files.size(); ++i) {
     progress.Update(i);
     const std::string name = files[i].string();
@@ -137,6 +132,9 @@ Report Collect(const fs::path& folder) {
       if (!r.inventory) r.computer = computer, r.user = user;
       cut += r.cut ? 1 : 0;
       unknown += r.unknown.size();
+      // Only the reports the page can carry are kept.
+      texts += r.text.size();
+      if (texts > kPageReportBudget) r.text.clear(), r.text.shrink_to_fit();
       CollectedRun c;
       c.when = SortableTime(r.reportAt);
       c.order = order++;
@@ -148,7 +146,8 @@ Report Collect(const fs::path& folder) {
   progress.Finish();
 
   std::map<std::string, std::vector<const CollectedRun*>> byClient;
-  for (const CollectedRun& c : collected) byClient[Upper(c.run.computer) + "\n" + Upper(c.run.user)].push_back(&c);
+  for (const CollectedRun& c : collected)
+    byClient[sim::UpperAscii(c.run.computer + "\n" + c.run.user)].push_back(&c);
   for (const auto& [key, runs] : byClient) report.clients.push_back(FactsOf(runs));
 
   report.extra["files"] = files.size();

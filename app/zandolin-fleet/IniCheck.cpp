@@ -1,4 +1,5 @@
 #include "app/zandolin-fleet/IniCheck.h"
+#include "platform/sim/SimServices.h"
 
 #include "config/modINIDocument.h"
 #include "engine/Runtime.h"
@@ -56,13 +57,7 @@ constexpr ListKey kListKeys[] = {
     {"PRINTER_DRIVER", "PortName", "PrinterName"},
 };
 
-std::string Upper(std::string text) {
-  for (char& c : text)
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  return text;
-}
-
-bool Same(const std::string& a, const char* b) { return Upper(a) == Upper(b); }
+bool Same(const std::string& a, const char* b) { return sim::UpperAscii(a) == sim::UpperAscii(b); }
 
 // One key as the engine read it.
 struct Read {
@@ -91,7 +86,7 @@ class RecordingProfile : public platform::Profile {
     Settle();
     Read read{section ? section : "", key ? key : "", "", 0, false};
     DWORD result = 0;
-    if (absent.count(Upper(read.section) + "\n" + Upper(read.key))) {
+    if (absent.count(sim::UpperAscii(read.section) + "\n" + sim::UpperAscii(read.key))) {
       if (buffer && size > 0) buffer[0] = '\0';
       Sys().system->SetLastError(0);
     } else {
@@ -190,7 +185,8 @@ void Checker::ServerNameHyphens() {
   const INIDocumentRecord& d = INIDocument;
   std::set<std::string> said;
   auto check = [&](const char* section, const char* key, const std::string& name) {
-    if (name.find('-') == std::string::npos || !said.insert(Upper(section) + Upper(key) + Upper(name)).second) return;
+    if (name.find('-') == std::string::npos) return;
+    if (!said.insert(sim::UpperAscii(std::string(section) + "\n" + key + "\n" + name)).second) return;
     Warning(section, key,
             "the server name \"" + name + "\" holds a hyphen while UseActiveDirectory is True: the engine cuts the "
             "directory's queue names at the first hyphen, so a queue of " + name + " reads as one of the server \"" +
@@ -252,7 +248,8 @@ void Checker::Warnings() {
     for (const NameDefinition& n : populate) {
       if (n.ServerName == "." || n.ServerName.empty() || n.PrinterName.empty()) continue;
       bool hasDriver = false;
-      for (const DriverDefinition& driver : d.DriverDefinitions) hasDriver = hasDriver || driver.PrinterName == n.PrinterName;
+      for (const DriverDefinition& driver : d.DriverDefinitions)
+        hasDriver = hasDriver || driver.PrinterName == n.PrinterName;
       if (!hasDriver) continue;
       Warning("POPULATE", "PrinterNames",
               "\"" + n.PrinterName + "\" on the server " + n.ServerName + " has a driver in [PRINTER_DRIVER] while "
@@ -338,7 +335,7 @@ std::vector<Finding> Checker::Run() {
       if (profile.reads.empty()) break;
       const Read& read = profile.reads.back();
       FatalFinding(read, fatal);
-      stopped_.insert(Upper(read.section) + "\n" + Upper(read.key));
+      stopped_.insert(sim::UpperAscii(read.section) + "\n" + sim::UpperAscii(read.key));
       profile.absent = stopped_;
     }
   }

@@ -253,7 +253,8 @@ ClientFacts RehearseClient(RehearsalSetup& setup, const fs::path& capture, size_
 
   f.ended = t["ended"].get<std::string>();
   if (f.ended == "fatal")
-    f.endedDetail = std::to_string(t["fatal"]["number"].get<long>()) + " " + t["fatal"]["description"].get<std::string>();
+    f.endedDetail =
+        std::to_string(t["fatal"]["number"].get<long>()) + " " + t["fatal"]["description"].get<std::string>();
   else if (f.ended == "stuck")
     f.endedDetail = StuckReason(t);
   for (const json& p : t["printersBefore"]) f.printersBefore.push_back(p["name"]);

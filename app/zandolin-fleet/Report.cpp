@@ -1,4 +1,5 @@
 #include "app/zandolin-fleet/Report.h"
+#include "platform/sim/SimServices.h"
 
 #include "Version.h"
 
@@ -16,16 +17,10 @@ using nlohmann::ordered_json;
 
 namespace {
 
-std::string Upper(std::string text) {
-  for (char& c : text)
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  return text;
-}
-
 // A list as one text, sorted case-blind, for comparing.
 std::string SortedText(std::vector<std::string> items) {
   std::sort(items.begin(), items.end(),
-            [](const std::string& a, const std::string& b) { return Upper(a) < Upper(b); });
+            [](const std::string& a, const std::string& b) { return sim::UpperAscii(a) < sim::UpperAscii(b); });
   std::string text;
   for (const std::string& i : items) text += (text.empty() ? "" : "; ") + i;
   return text;
@@ -72,7 +67,7 @@ std::vector<std::pair<std::string, std::string>> ComparedFacts(const ClientFacts
           {"status recorded", f.statusRecorded}};
 }
 
-std::string ClientKey(const ClientFacts& f) { return Upper(f.computer) + "\n" + Upper(f.user); }
+std::string ClientKey(const ClientFacts& f) { return sim::UpperAscii(f.computer) + "\n" + sim::UpperAscii(f.user); }
 
 // The to-do list before the move: per server, the queues clients need and
 // the server lacks (1801), and those whose driver they may not install.
@@ -85,7 +80,7 @@ json TodoList(const std::vector<ClientFacts>& clients) {
       size_t slash = p.size() > 2 && p[0] == '\\' && p[1] == '\\' ? p.find('\\', 2) : std::string::npos;
       std::string server = slash == std::string::npos ? "" : p.substr(0, slash);
       std::string queue = slash == std::string::npos ? p : p.substr(slash + 1);
-      servers[Upper(server)][queue][a.error].insert(f.computer + "_" + f.user);
+      servers[sim::UpperAscii(server)][queue][a.error].insert(f.computer + "_" + f.user);
     }
   }
   json list = json::array();
@@ -214,11 +209,33 @@ void WriteReport(const Report& r, const fs::path& folder) {
                          {"differing", c.differing},     {"differences", diffs},
                          {"notRehearsed", c.notRehearsed}, {"notCollected", c.notCollected}};
   }
-  json clients = json::array();
-  for (const ClientFacts& f : r.clients) clients.push_back(ToJson(f));
-  doc["clients"] = std::move(clients);
-  std::string text = doc.dump(1, ' ', false, json::error_handler_t::replace);
-  write("fleet.json", text + "\n");
+  // The clients are written one by one, one a line, not held as one
+  // document: a collection may hold tens of thousands.
+  std::string head = doc.dump(1, ' ', false, json::error_handler_t::replace);
+  head.resize(head.size() - 2);   // "\n}"
+  std::string jsonText = head + ",\n \"clients\": [";
+  std::string pageData = doc.dump(-1, ' ', false, json::error_handler_t::replace);
+  pageData.resize(pageData.size() - 1);   // "}"
+  pageData += ",\"clients\":[";
+  // The page carries the clients' reports as far as they stay a size a
+  // browser opens at ease; the rest are in their transcripts.
+  size_t budget = kPageReportBudget;
+  for (size_t i = 0; i < r.clients.size(); ++i) {
+    const ClientFacts& f = r.clients[i];
+    json client = ToJson(f);
+    jsonText += std::string(i ? "," : "") + "\n" + client.dump(-1, ' ', false, json::error_handler_t::replace);
+    if (f.outcomeText.size() <= budget) {
+      budget -= f.outcomeText.size();
+      client["outcomeText"] = f.outcomeText;
+    } else {
+      budget = 0;
+    }
+    pageData += std::string(i ? "," : "") + client.dump(-1, ' ', false, json::error_handler_t::replace);
+  }
+  write("fleet.json", jsonText + "\n ]\n}\n");
+  jsonText.clear();
+  jsonText.shrink_to_fit();
+  pageData += "]}";
 
   std::string page = kPage;
   const std::string title = "/*FLEET-TITLE*/";
@@ -227,8 +244,7 @@ void WriteReport(const Report& r, const fs::path& folder) {
   for (size_t at = page.find(title); at != std::string::npos; at = page.find(title, at + titleText.size()))
     page.replace(at, title.size(), titleText);
   const std::string marker = "/*FLEET-DATA*/";
-  page.replace(page.find(marker), marker.size(),
-               ScriptJson(doc.dump(-1, ' ', false, json::error_handler_t::replace)));
+  page.replace(page.find(marker), marker.size(), ScriptJson(pageData));
   write("index.html", page);
 }
 
@@ -369,7 +385,8 @@ document.querySelector("#clients tbody").addEventListener("click", e => {
     list("Notifications", [c.mailTo && "mail to " + c.mailTo, c.outputFile && "output file " + c.outputFile,
       c.eventLog && "event log entry, " + c.eventLog, ...c.messageBoxes.map(b => "message box " + b)].filter(x => x)) +
     list("Notes", c.notes) + list("Report lines not understood", c.unknownLines) +
-    `<p><b>Report</b> <span class="muted">${esc(c.source)}${c.transcript ? ` \u2014 <a href="${esc(c.transcript)}">transcript</a>` : ""}</span></p><pre>${esc(c.outcomeText)}</pre>`;
+    `<p><b>Report</b> <span class="muted">${esc(c.source)}${c.transcript ? ` \u2014 <a href="${esc(c.transcript)}">transcript</a>` : ""}</span></p>` +
+    (c.outcomeText !== undefined ? `<pre>${esc(c.outcomeText)}</pre>` : '<p class="muted">Not on this page, to keep it small: see the transcript or the output file.</p>');
   document.getElementById("detail").scrollIntoView();
 });
 filter.addEventListener("input", render);

@@ -39,6 +39,10 @@ struct Report {
   nlohmann::json extra = nlohmann::json::object();   // counts of the command's own
 };
 
+// How much of the clients' reports the page carries: as much as a browser
+// opens at ease; the rest stay in the transcripts and output files.
+inline constexpr size_t kPageReportBudget = 12u << 20;
+
 // The counts at the top of the page, by name, in their order.
 nlohmann::ordered_json Counts(const Report& report);
 

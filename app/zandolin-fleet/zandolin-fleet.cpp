@@ -152,7 +152,7 @@ int Check(const Arguments& a) {
 // The results of the clients, one JSON line each, as a worker writes them.
 json ResultLine(size_t index, const fleet::ClientFacts* facts, const std::string& skipped) {
   json line = {{"i", index}};
-  if (facts) line["facts"] = fleet::ToJson(*facts);
+  if (facts) line["facts"] = fleet::ToJson(*facts), line["outcomeText"] = facts->outcomeText;
   else line["skipped"] = skipped;
   return line;
 }
@@ -316,6 +316,7 @@ int Rehearse(const Arguments& a) {
     const json& r = results[i];
     if (r.contains("facts")) {
       report.clients.push_back(fleet::FactsFromJson(r["facts"]));
+      report.clients.back().outcomeText = r.value("outcomeText", "");
     } else {
       std::string reason = r.contains("skipped") ? r["skipped"].get<std::string>() : "no result";
       std::cerr << "zandolin-fleet: skipped '" << PathText(captures[i]) << "': " << reason << "\n";

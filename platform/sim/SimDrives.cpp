@@ -68,9 +68,8 @@ constexpr int kNewFlags = _O_CREAT | _O_EXCL;
 int ProcessId() { return ::_getpid(); }
 // Puts from in the place of to, replacing it.
 int Rename(const fs::path& from, const fs::path& to) {
-  std::error_code ec;
-  fs::rename(from, to, ec);
-  return ec ? (ec.value() == 5 ? EACCES : EIO) : 0;
+  if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING)) return 0;
+  return GetLastError() == ERROR_ACCESS_DENIED ? EACCES : EIO;
 }
 #else
 int OpenForWriting(const fs::path& host, int flags) {
