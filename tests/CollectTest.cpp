@@ -136,12 +136,16 @@ TEST_F(CollectTest, EachClientAsItsRunsWent) {
     EXPECT_EQ(row.at("defaultLost"), c.DefaultLost() ? "yes" : "no");
     EXPECT_EQ(row.at("statusRecorded"), c.Status());
     EXPECT_EQ(row.at("unknownLines"), i == 0 ? "1" : "0");
-    if (c.FullRun()) EXPECT_EQ(row.at("printersBeforeCount"), std::to_string(c.PrintersBefore()));
+    if (c.FullRun()) {
+      EXPECT_EQ(row.at("printersBeforeCount"), std::to_string(c.PrintersBefore()));
+    }
   }
   json report = json::parse(fleettest::ReadAll(dir_ / "collected" / "fleet.json"));
-  for (const json& client : report["clients"])
-    if (client["computer"] == clients_[0].computer)
+  for (const json& client : report["clients"]) {
+    if (client["computer"] == clients_[0].computer) {
       EXPECT_EQ(client["unknownLines"], json::array({"A line no engine writes"}));
+    }
+  }
 }
 
 TEST_F(CollectTest, TwoRunsInOneFile_TheSecondAlreadySucceeded) {

@@ -79,12 +79,17 @@ TEST_F(RehearsalTest, EveryRowTellsWhatTheFleetAsMadeExpects) {
     EXPECT_EQ(row.at("statusRecorded"), c.Status());
     EXPECT_EQ(row.at("untouchedCount"),
               std::to_string(c.FullRun() ? (c.local ? 1 : 0) + (c.other ? 1 : 0) : c.PrintersBefore()));
-    if (c.FailedAdds()) EXPECT_EQ(row.at("failedAdds"), "\\\\NEW\\q7 (1801: the queue is missing on the target server)");
-    if (c.Fatal()) EXPECT_EQ(row.at("endedDetail"), "13 Type mismatch");
-    if (c.Stuck())
+    if (c.FailedAdds()) {
+      EXPECT_EQ(row.at("failedAdds"), "\\\\NEW\\q7 (1801: the queue is missing on the target server)");
+    }
+    if (c.Fatal()) {
+      EXPECT_EQ(row.at("endedDetail"), "13 Type mismatch");
+    }
+    if (c.Stuck()) {
       EXPECT_EQ(row.at("endedDetail"),
                 "the progress window, made hidden to install a printer with its driver on Windows 95/98/ME while "
                 "ShowProgress is False, is never closed: the process never ends");
+    }
   }
 }
 
