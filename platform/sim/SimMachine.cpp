@@ -769,10 +769,11 @@ class DocumentBuilder : public nlohmann::json_sax<Json> {
 
 }  // namespace
 
-Machine LoadMachine(const fs::path& folder) {
-  fs::path file = folder / "machine.json";
+Machine LoadMachine(const fs::path& folder) { return LoadMachineFile(folder / "machine.json"); }
+
+Machine LoadMachineFile(const fs::path& file) {
   // Messages name the file as the user knows it; the caller knows the folder.
-  const std::string name = "machine.json";
+  const std::string name = file.filename().string();
   std::error_code ec;
   if (!fs::exists(file, ec)) return Machine{};
   if (fs::is_directory(file, ec)) throw MachineError{name + ": is a folder (expected a file)"};

@@ -25,23 +25,23 @@
 //   in two.
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
+#include "platform/sim/Simulator.h"
 
 #include <cstring>
-#include <fstream>
-#include <sstream>
 
 namespace sim {
 
 namespace {
 
-namespace fs = std::filesystem;
 
 struct IniKey {
   std::u16string name, value;
+  int line = 0;   // in the file, from 1
 };
 struct IniSection {
   std::u16string name;
   std::vector<IniKey> keys;
+  int line = 0;
 };
 
 bool IsBlank(char16_t c) { return c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == 0x1A; }
@@ -88,23 +88,26 @@ std::u16string DecodeIniBytes(const CodePage& codePage, const std::string& bytes
 std::vector<IniSection> ParseIni(std::u16string_view text) {
   std::vector<IniSection> sections;
   size_t pos = 0;
+  int number = 0;
   while (pos < text.size()) {
     size_t end = text.find_first_of(u"\r\n", pos);
     if (end == std::u16string_view::npos) end = text.size();
     std::u16string_view line = Trim(text.substr(pos, end - pos));
-    pos = end + 1;
+    ++number;
+    // CR LF is one line end.
+    pos = end + (end + 1 < text.size() && text[end] == '\r' && text[end + 1] == '\n' ? 2 : 1);
     if (line.empty() || line[0] == ';') continue;
     if (line[0] == '[') {
       size_t close = line.find(']');
       std::u16string_view name = line.substr(1, close == std::u16string_view::npos ? line.npos : close - 1);
-      sections.push_back(IniSection{std::u16string(Trim(name)), {}});
+      sections.push_back(IniSection{std::u16string(Trim(name)), {}, number});
       continue;
     }
     if (sections.empty()) continue;   // lines before the first section belong to none
     size_t equals = line.find('=');
     if (equals == std::u16string_view::npos) continue;
-    sections.back().keys.push_back(
-        IniKey{std::u16string(Trim(line.substr(0, equals))), std::u16string(Trim(line.substr(equals + 1)))});
+    sections.back().keys.push_back(IniKey{std::u16string(Trim(line.substr(0, equals))),
+                                          std::u16string(Trim(line.substr(equals + 1))), number});
   }
   return sections;
 }
@@ -113,9 +116,10 @@ std::vector<IniSection> ParseIni(std::u16string_view text) {
 std::vector<IniSection> WinIniSections(const Machine& machine) {
   std::vector<IniSection> sections;
   for (const auto& [name, keys] : machine.winIni) {
-    IniSection s{Utf8ToUtf16(name), {}};
+    IniSection s{Utf8ToUtf16(name), {}, 0};
     for (const auto& [key, value] : keys)
-      s.keys.push_back(IniKey{std::u16string(Trim(Utf8ToUtf16(key))), std::u16string(Trim(Utf8ToUtf16(value)))});
+      s.keys.push_back(
+          IniKey{std::u16string(Trim(Utf8ToUtf16(key))), std::u16string(Trim(Utf8ToUtf16(value))), 0});
     sections.push_back(std::move(s));
   }
   return sections;
@@ -150,42 +154,26 @@ const std::vector<IniSection>& LoadProfileFile(const Context& c, const std::stri
     error = path.status == ResolvedPath::kBadName ? 123 : ERROR_FILE_NOT_FOUND;   // ERROR_INVALID_NAME
     return kNone;
   }
-  std::error_code ec;
-  if (fs::is_directory(path.host, ec)) {
+  if (DriveIsFolder(c, path.host)) {
     error = ERROR_ACCESS_DENIED;
     return kNone;
   }
-  // The file last read, kept while it stays as it was (the engine reads
-  // every key of one file in turn).
-  struct Cached {
-    fs::path host;
-    fs::file_time_type written;
-    uintmax_t size = 0;
-    uint32_t codePage = 0;
-    std::vector<IniSection> sections;
-  };
-  static Cached cached;
-  const fs::file_time_type written = fs::last_write_time(path.host, ec);
-  const uintmax_t size = ec ? 0 : fs::file_size(path.host, ec);
-  if (!ec && cached.host == path.host && cached.written == written && cached.size == size &&
-      cached.codePage == c.machine.ansiCodePage)
-    return cached.sections;
-  cached = Cached{};
-  std::ifstream in(path.host, std::ios::binary);
-  if (!in) {
-    error = fs::exists(path.host, ec) ? ERROR_ACCESS_DENIED : ERROR_FILE_NOT_FOUND;
+  std::string bytes;
+  if (DriveRead(c, path.host, bytes) != 0) {
+    error = DriveIsFile(c, path.host) ? ERROR_ACCESS_DENIED : ERROR_FILE_NOT_FOUND;
     return kNone;
   }
-  std::stringstream buffer;
-  buffer << in.rdbuf();
-  cached.sections = ParseIni(DecodeIniBytes(c.AnsiCodePage(), buffer.str()));
-  if (!ec) {
-    cached.host = path.host;
-    cached.written = written;
-    cached.size = size;
-    cached.codePage = c.machine.ansiCodePage;
+  // The file last read stays parsed while its bytes stay the same (the
+  // engine reads every key of one file in turn).
+  static uint32_t cachedCodePage = 0;
+  static std::string cachedBytes;
+  static std::vector<IniSection> cached;
+  if (cachedCodePage != c.machine.ansiCodePage || cachedBytes != bytes) {
+    cached = ParseIni(DecodeIniBytes(c.AnsiCodePage(), bytes));
+    cachedCodePage = c.machine.ansiCodePage;
+    cachedBytes = std::move(bytes);
   }
-  return cached.sections;
+  return cached;
 }
 
 const IniSection* FindSection(const std::vector<IniSection>& sections, std::u16string_view name) {
@@ -279,6 +267,27 @@ DWORD GetString(const CodePage& codePage, const std::vector<IniSection>& section
   while (!fallback.empty() && fallback.back() == ' ') fallback.pop_back();
   return CopyValue(codePage, fallback, buffer, size);
 }
+
+}  // namespace
+
+ProfileLocation LocateProfileKey(const std::string& fileBytes, const std::string& section,
+                                 const std::string& key) {
+  ProfileLocation where;
+  const CodePage& codePage = Current().AnsiCodePage();
+  std::vector<IniSection> sections = ParseIni(DecodeIniBytes(codePage, fileBytes));
+  const IniSection* s = FindSection(sections, TrimSpaces(codePage.ToUtf16(section)));
+  if (!s) return where;
+  where.sectionLine = s->line;
+  const std::u16string asked = codePage.ToUtf16(key);
+  for (const IniKey& k : s->keys) {
+    if (!SameName(k.name, TrimSpaces(asked))) continue;
+    where.keyLine = k.line;
+    break;
+  }
+  return where;
+}
+
+namespace {
 
 class SimProfile : public platform::Profile {
  public:
