@@ -8,7 +8,6 @@
 
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace sim {
@@ -124,13 +123,12 @@ std::string CodePage::ServedList() {
 }
 
 const uint16_t* CodePage::WideTable() const {
-  // Built once for each code page used: the inverse of the byte tables (the
-  // first sequence that gives a character wins, single bytes first), then
-  // Windows' own choices and best-fit characters over it.
-  static std::mutex mutex;
+  // Built once for each code page used, on the one thread of the simulated
+  // client: the inverse of the byte tables (the first sequence that gives a
+  // character wins, single bytes first), then Windows' own choices and
+  // best-fit characters over it.
   static std::vector<std::unique_ptr<uint16_t[]>> tables(code_page_data::kTableCount);
   const size_t slot = static_cast<size_t>(table_ - code_page_data::kTables);
-  std::lock_guard<std::mutex> lock(mutex);
   std::unique_ptr<uint16_t[]>& wide = tables[slot];
   if (wide) return wide.get();
   const code_page_data::Table& t = *table_;

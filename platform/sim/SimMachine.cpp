@@ -744,16 +744,26 @@ class DocumentBuilder : public nlohmann::json_sax<Json> {
     for (const Json* container : open_) {
       if (parent) {
         if (parent->is_object()) {
-          for (auto it = parent->begin(); it != parent->end(); ++it)
-            if (&*it == container) field += (field.empty() ? "" : ".") + it.key();
+          for (auto it = parent->begin(); it != parent->end(); ++it) {
+            if (&*it != container) continue;
+            if (!field.empty()) field += '.';
+            field += it.key();
+          }
         } else {
-          for (size_t i = 0; i < parent->size(); ++i)
-            if (&(*parent)[i] == container) field += "[" + std::to_string(i) + "]";
+          for (size_t i = 0; i < parent->size(); ++i) {
+            if (&(*parent)[i] != container) continue;
+            field += '[';
+            field += std::to_string(i);
+            field += ']';
+          }
         }
       }
       parent = container;
     }
-    return field.empty() ? name : field + "." + name;
+    if (field.empty()) return name;
+    field += '.';
+    field += name;
+    return field;
   }
 
   std::string Place(size_t offset) const {
