@@ -21,6 +21,7 @@ test_packages=(
   python3 python3-aiosmtpd
   xvfb xdotool imagemagick x11-apps fonts-wine
   osslsigncode openssl zip unzip cmark-gfm
+  clang libclang-rt-14-dev
   chromium
 )
 

@@ -792,7 +792,10 @@ Machine LoadMachineFile(const fs::path& file) {
   std::stringstream buffer;
   buffer << in.rdbuf();
   if (in.bad()) throw MachineError{name + ": cannot be read"};
-  const std::string text = buffer.str();
+  return ReadMachineText(buffer.str(), name);
+}
+
+Machine ReadMachineText(const std::string& text, const std::string& name) {
   DocumentBuilder document(text);
   if (!Json::sax_parse(text, &document)) throw MachineError{name + ": " + document.error};
   return ReadMachine(Reader(name), document.root);
@@ -800,9 +803,13 @@ Machine LoadMachineFile(const fs::path& file) {
 
 nlohmann::ordered_json MachineToJson(const Machine& m);
 
+std::string MachineText(const Machine& machine) {
+  return MachineToJson(machine).dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
 void SaveMachine(const fs::path& folder, const Machine& machine) {
   fs::path file = folder / "machine.json";
-  std::string text = MachineToJson(machine).dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+  std::string text = MachineText(machine);
   fs::path temp = folder / ".machine.json.new";
   {
     std::ofstream out(temp, std::ios::binary | std::ios::trunc);

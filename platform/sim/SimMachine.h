@@ -143,7 +143,11 @@ Machine LoadMachine(const std::filesystem::path& folder);
 // The same for a file in machine.json's form by any name; messages name it
 // by its file name.
 Machine LoadMachineFile(const std::filesystem::path& file);
+// The same for the text of such a file; messages name it by name.
+Machine ReadMachineText(const std::string& text, const std::string& name);
 // Writes the machine back to folder/machine.json.
 void SaveMachine(const std::filesystem::path& folder, const Machine& machine);
+// The text SaveMachine writes.
+std::string MachineText(const Machine& machine);
 
 }  // namespace sim
