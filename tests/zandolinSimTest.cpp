@@ -279,6 +279,20 @@ TEST_F(ZandolinSimTest, Report_FolderWithoutMachineJson_SaysTheDefaultsWereUsed)
   EXPECT_EQ(given.out.find("No machine.json"), std::string::npos) << given.out;
 }
 
+TEST_F(ZandolinSimTest, Report_CodePageOtherThanTheDefault_IsNamed) {
+  const std::string head = "Simulated client: " + client.string() + "\nDry run: the run worked on a copy; " +
+                           client.string() + " is unchanged.";
+  WriteClientFile("machine.json", R"({"os": {"ansiCodePage": 932}})");
+  Result japanese = Sim({client.string(), "--dry-run"});
+  ASSERT_EQ(japanese.status, 0) << japanese.err;
+  EXPECT_EQ(japanese.out.substr(0, japanese.out.find("\n\n")),
+            head + "\nANSI code page: 932 (the engine's text is in it).");
+  WriteClientFile("machine.json", R"({"os": {"ansiCodePage": 1252}})");
+  Result western = Sim({client.string(), "--dry-run"});
+  ASSERT_EQ(western.status, 0) << western.err;
+  EXPECT_EQ(western.out.substr(0, western.out.find("\n\n")), head);
+}
+
 TEST_F(ZandolinSimTest, NoFolder_RunsOnACopyOfTheBundledExample) {
   auto example = Snapshot(fs::path(ZANDOLIN_SOURCE_DIR) / "examples" / "basic");
   Result r = Sim({"--json"});

@@ -341,6 +341,9 @@ int Main(int argc, char** argv) {
     if (defaults)
       note += std::string(note.empty() ? "" : "\n") +
               "No machine.json in the client folder: the run used the default of every field.";
+    if (machine.ansiCodePage != sim::Machine{}.ansiCodePage)
+      note += std::string(note.empty() ? "" : "\n") + "ANSI code page: " +
+              std::to_string(machine.ansiCodePage) + " (the engine's text is in it).";
     PrintReport(std::cout, transcript, options.machineDir ? original : folder, note,
                 DebugFileText(transcript, machine, folder, !removeAfter));
   }
