@@ -10,7 +10,9 @@
 //   the same arguments; GetLastError() afterwards is that call's own.
 // - GetDefaultPrinterA and SetDefaultPrinterA exist only from Windows 2000
 //   on: they are resolved in winspool.drv at run time and fail with
-//   ERROR_CALL_NOT_IMPLEMENTED where they are missing.
+//   ERROR_CALL_NOT_IMPLEMENTED where they are missing. EnumPrinterDriversA
+//   and EnumPortsA, which only zandolin-capture calls, are looked up there
+//   the same way, so that the engine does not import them.
 //
 //===----------------------------------------------------------------------===//
 
@@ -27,6 +29,8 @@ namespace {
 
 typedef BOOL(WINAPI* GetDefaultPrinterAFn)(LPSTR, LPDWORD);
 typedef BOOL(WINAPI* SetDefaultPrinterAFn)(LPCSTR);
+typedef BOOL(WINAPI* EnumPrinterDriversAFn)(LPSTR, LPSTR, DWORD, LPBYTE, DWORD, LPDWORD, LPDWORD);
+typedef BOOL(WINAPI* EnumPortsAFn)(LPSTR, DWORD, LPBYTE, DWORD, LPDWORD, LPDWORD);
 
 void* SpoolerEntry(const char* name) {
   static HMODULE module = ::LoadLibraryA("winspool.drv");
@@ -135,6 +139,26 @@ class NativeSpooler final : public Spooler {
   BOOL AddPortA(LPSTR name, HWND window, LPSTR monitorName) override {
     ::SetLastError(0);
     return ::AddPortA(name, window, monitorName);
+  }
+  BOOL EnumPrinterDriversA(LPSTR name, LPSTR environment, DWORD level, LPBYTE buffer, DWORD size,
+                           LPDWORD needed, LPDWORD returned) override {
+    static auto fn = reinterpret_cast<EnumPrinterDriversAFn>(SpoolerEntry("EnumPrinterDriversA"));
+    ::SetLastError(0);
+    if (!fn) {
+      ::SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
+      return FALSE;
+    }
+    return fn(name, environment, level, buffer, size, needed, returned);
+  }
+  BOOL EnumPortsA(LPSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
+                  LPDWORD returned) override {
+    static auto fn = reinterpret_cast<EnumPortsAFn>(SpoolerEntry("EnumPortsA"));
+    ::SetLastError(0);
+    if (!fn) {
+      ::SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
+      return FALSE;
+    }
+    return fn(name, level, buffer, size, needed, returned);
   }
 };
 

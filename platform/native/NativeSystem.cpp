@@ -13,6 +13,9 @@
 //   ERROR_CALL_NOT_IMPLEMENTED where it is missing.
 // - The computer's name is its NetBIOS name, as the network object reports
 //   it; creating that object cannot fail here.
+// - IsUserAnAdmin asks CheckTokenMembership (advapi32, Windows 2000 on),
+//   resolved at run time; NT 4 lacks it and is asked through the token's
+//   groups; Windows 95/98/ME know no rights and answer TRUE.
 //
 //===----------------------------------------------------------------------===//
 
@@ -38,6 +41,57 @@ GetUserProfileDirectoryAFn ResolveGetUserProfileDirectoryA() {
   return fn;
 }
 
+// The security calls of advapi32 that IsUserAnAdmin needs. Windows 95/98/ME
+// may lack them, and CheckTokenMembership exists from Windows 2000 on: all
+// are looked up at run time.
+struct SecurityCalls {
+  decltype(&::AllocateAndInitializeSid) allocateSid = nullptr;
+  decltype(&::FreeSid) freeSid = nullptr;
+  decltype(&::EqualSid) equalSid = nullptr;
+  decltype(&::GetTokenInformation) getTokenInformation = nullptr;
+  BOOL(WINAPI* checkTokenMembership)(HANDLE, PSID, PBOOL) = nullptr;
+};
+
+template <class Fn>
+void Resolve(HMODULE module, const char* name, Fn& fn) {
+  fn = reinterpret_cast<Fn>(reinterpret_cast<void*>(::GetProcAddress(module, name)));
+}
+
+const SecurityCalls& Security() {
+  static const SecurityCalls calls = [] {
+    SecurityCalls c;
+    HMODULE module = ::GetModuleHandleA("advapi32.dll");
+    if (!module) return c;
+    Resolve(module, "AllocateAndInitializeSid", c.allocateSid);
+    Resolve(module, "FreeSid", c.freeSid);
+    Resolve(module, "EqualSid", c.equalSid);
+    Resolve(module, "GetTokenInformation", c.getTokenInformation);
+    Resolve(module, "CheckTokenMembership", c.checkTokenMembership);
+    return c;
+  }();
+  return calls;
+}
+
+// NT 4: whether the process token's groups hold the group, enabled.
+BOOL TokenHoldsEnabledGroup(const SecurityCalls& calls, PSID group) {
+  HANDLE token = nullptr;
+  if (!calls.getTokenInformation || !calls.equalSid ||
+      !::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token))
+    return FALSE;
+  DWORD size = 0;
+  calls.getTokenInformation(token, TokenGroups, nullptr, 0, &size);
+  std::vector<BYTE> buffer(size ? size : 1);
+  BOOL found = FALSE;
+  if (size && calls.getTokenInformation(token, TokenGroups, buffer.data(), size, &size)) {
+    const auto* groups = reinterpret_cast<const TOKEN_GROUPS*>(buffer.data());
+    for (DWORD i = 0; i < groups->GroupCount && !found; ++i)
+      found = (groups->Groups[i].Attributes & SE_GROUP_ENABLED) &&
+              calls.equalSid(groups->Groups[i].Sid, group);
+  }
+  ::CloseHandle(token);
+  return found;
+}
+
 class NativeSystem final : public System {
  public:
   DWORD GetLastError() override { return ::GetLastError(); }
@@ -50,6 +104,18 @@ class NativeSystem final : public System {
   UINT GetSystemDirectoryA(LPSTR buffer, UINT size) override {
     ::SetLastError(0);
     return ::GetSystemDirectoryA(buffer, size);
+  }
+  UINT GetWindowsDirectoryA(LPSTR buffer, UINT size) override {
+    ::SetLastError(0);
+    return ::GetWindowsDirectoryA(buffer, size);
+  }
+  DWORD GetFullPathNameA(LPCSTR fileName, DWORD size, LPSTR buffer, LPSTR* filePart) override {
+    ::SetLastError(0);
+    return ::GetFullPathNameA(fileName, size, buffer, filePart);
+  }
+  UINT GetACP() override {
+    ::SetLastError(0);
+    return ::GetACP();
   }
   DWORD GetTempPathA(DWORD size, LPSTR buffer) override {
     ::SetLastError(0);
@@ -75,6 +141,29 @@ class NativeSystem final : public System {
       return FALSE;
     }
     return fn(token, dir, size);
+  }
+
+  BOOL IsUserAnAdmin() override {
+    ::SetLastError(0);
+    OSVERSIONINFOA version{};
+    version.dwOSVersionInfoSize = sizeof version;
+    if (::GetVersionExA(&version) && version.dwPlatformId == VER_PLATFORM_WIN32_WINDOWS)
+      return TRUE;
+    const SecurityCalls& calls = Security();
+    SID_IDENTIFIER_AUTHORITY nt = SECURITY_NT_AUTHORITY;
+    PSID administrators = nullptr;
+    if (!calls.allocateSid || !calls.freeSid ||
+        !calls.allocateSid(&nt, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0,
+                           0, 0, 0, &administrators))
+      return FALSE;
+    BOOL member = FALSE;
+    if (calls.checkTokenMembership) {
+      if (!calls.checkTokenMembership(nullptr, administrators, &member)) member = FALSE;
+    } else {
+      member = TokenHoldsEnabledGroup(calls, administrators);
+    }
+    calls.freeSid(administrators);
+    return member;
   }
 
   Failure CreateNetworkObject() override { return {}; }

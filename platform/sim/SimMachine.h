@@ -138,7 +138,13 @@ struct Machine {
 // naming the file and the line and column, or the field, and what was
 // expected: "machine.json: field 'os.platformId': expected an integer".
 Machine LoadMachine(const std::filesystem::path& folder);
-// Writes the machine back to folder/machine.json.
+// Writes the machine back to folder/machine.json: beside it first, then in
+// its place.
 void SaveMachine(const std::filesystem::path& folder, const Machine& machine);
+
+// The same without the file: the text of machine.json read into a machine
+// (throws MachineError as LoadMachine does), and the text written for one.
+Machine MachineFromText(const std::string& text);
+std::string MachineText(const Machine& machine);
 
 }  // namespace sim

@@ -1,0 +1,37 @@
+// machine.json on the host's disk.
+#include "platform/sim/SimMachine.h"
+
+#include "platform/sim/Simulator.h"
+
+#include <fstream>
+#include <sstream>
+
+namespace sim {
+
+namespace fs = std::filesystem;
+
+Machine LoadMachine(const fs::path& folder) {
+  fs::path file = folder / "machine.json";
+  std::error_code ec;
+  if (!fs::exists(file, ec)) return Machine{};
+  std::ifstream in(file, std::ios::binary);
+  if (!in) throw MachineError{"machine.json: cannot be read"};
+  std::stringstream buffer;
+  buffer << in.rdbuf();
+  return MachineFromText(buffer.str());
+}
+
+void SaveMachine(const fs::path& folder, const Machine& machine) {
+  fs::path file = folder / "machine.json";
+  const std::string text = MachineText(machine);
+  fs::path temp = folder / ".machine.json.new";
+  {
+    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
+    if (!out) throw MachineError{file.string() + ": cannot be written"};
+    out << text;
+    if (!out) throw MachineError{file.string() + ": cannot be written"};
+  }
+  fs::rename(temp, file);
+}
+
+}  // namespace sim
