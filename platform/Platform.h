@@ -148,6 +148,9 @@ class Files {
   virtual Failure WriteBinary(const std::string& path, const std::vector<uint8_t>& bytes) = 0;
   // Copies one file, replacing a target that exists.
   virtual Failure FileCopy(const std::string& source, const std::string& target) = 0;
+  // Whether a file or folder exists, and which: INVALID_FILE_ATTRIBUTES
+  // with the last error when it does not.
+  virtual DWORD GetFileAttributesA(LPCSTR fileName) = 0;
 };
 
 class Clock {

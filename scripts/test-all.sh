@@ -16,4 +16,5 @@ echo "== Windows builds"
 "$root/scripts/build-windows.sh" "$root/build"
 
 echo "== Windows build under Wine"
-"$root/tests/e2e/run-all.sh" "$root/build/build-win64/ZandolinEngine.exe" "$root/build/linux/zandolin-debug"
+"$root/tests/e2e/run-all.sh" "$root/build/build-win64/ZandolinEngine.exe" "$root/build/linux/zandolin-debug" \
+  "$root/build/build-win64/zandolin-capture.exe"

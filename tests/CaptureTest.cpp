@@ -91,6 +91,8 @@ class CaptureTest : public SimFixture {
     out = dir.parent_path() / (dir.filename().string() + "-out");
     fs::remove_all(out);
     machine["clock"] = "2026-11-21T14:05:09";
+    // The folder the INI files of these tests write their report into.
+    fs::create_directories(dir / "files" / "C" / "Reports");
   }
   void TearDown() override {
     fs::remove_all(out);
@@ -370,13 +372,24 @@ TEST_F(CaptureTest, Windows10_WritesEveryFieldAsTheEngineReadsIt) {
                                                  "TrustedServers": 1, "ServerList": "NEW;OLD"})"));
   EXPECT_FALSE(m.contains("directory"));
   EXPECT_EQ(m["capture"]["notes"], json::parse(R"([
-    "The printer \"\\\\GONE\\plot\" could not be opened (error 1801, the printer name is not valid); the rehearsal meets the same failure.",
+    "The printer \"\\\\GONE\\plot\" could not be opened (error 1801, the printer name is not valid; if its name holds characters the code page 1252 lacks, Windows lists it under a name by which it cannot be opened); the rehearsal meets the same failure.",
     "The print server \\\\GONE did not answer (error 1722, the RPC server is unavailable); it is left out of the print servers, so a rehearsal cannot connect to its queues."])"));
 
   EXPECT_EQ(Tree(Captured() / "files"),
             (std::map<std::string, std::string>{{"C/Deploy/move.ini", MoveIni().Text()},
                                                 {"C/Users/jdoe/Zandolin_status.log", "C:\\Deploy\\old.ini,True\r\n"}}));
+  EXPECT_TRUE(fs::is_directory(Captured() / "files" / "C" / "Reports"));
   EXPECT_EQ(made, std::vector<std::string>{"(out)"});
+}
+
+TEST_F(CaptureTest, OutputFolderOfTheIniThatIsNotThere_IsNamed) {
+  fs::remove_all(dir / "files" / "C" / "Reports");
+  WriteFile("C:\\Deploy\\move.ini", MoveIni().Text());
+  machine["printServers"] = kServers;
+  ExpectSameRunAsTheOriginal();
+  EXPECT_FALSE(fs::exists(Captured() / "files" / "C" / "Reports"));
+  EXPECT_EQ(Notes(), std::vector<std::string>{"The output folder C:\\Reports of the INI file is not there: the "
+                                              "engine cannot write its output file into it."});
 }
 
 TEST_F(CaptureTest, WithoutIni_CapturesTheClientAndAsksNoServer) {
@@ -469,8 +482,8 @@ TEST_F(CaptureTest, PrinterNameOutsideTheCodePage_IsKeptWithTheFailureWindowsGiv
   ExpectSameRunAsTheOriginal();
   EXPECT_EQ(Notes(), std::vector<std::string>{
                          "The printer \"Dr?cker 3\" could not be opened (error 1801, the printer name is not "
-                         "valid; a \"?\" in its name may stand for a character the code page 1252 lacks); the "
-                         "rehearsal meets the same failure."});
+                         "valid; if its name holds characters the code page 1252 lacks, Windows lists it under a "
+                         "name by which it cannot be opened); the rehearsal meets the same failure."});
 }
 
 TEST_F(CaptureTest, TextOfTheClient_IsWrittenInUtf8) {

@@ -295,6 +295,19 @@ TEST_F(SimPlatformTest, Files_ReadOnlyPaths_RefuseWritesWithPermissionDenied) {
   EXPECT_EQ(Transcript()["filesWritten"], (nlohmann::json{"C:\\Users\\jdoe\\free.txt", "C:\\Users\\jdoe\\copy.ini"}));
 }
 
+TEST_F(SimPlatformTest, Files_GetFileAttributes_TellsFolderFileAndAbsence) {
+  WriteFile("C:\\Reports\\old.txt", "x");
+  Install();
+  EXPECT_EQ(Sys().files->GetFileAttributesA("c:\\reports"), static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY));
+  EXPECT_EQ(Sys().files->GetFileAttributesA("C:\\Reports\\OLD.txt"), static_cast<DWORD>(FILE_ATTRIBUTE_ARCHIVE));
+  EXPECT_EQ(Sys().files->GetFileAttributesA("C:\\Reports\\new.txt"), INVALID_FILE_ATTRIBUTES);
+  EXPECT_EQ(Sys().system->GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+  EXPECT_EQ(Sys().files->GetFileAttributesA("C:\\Nowhere\\new.txt"), INVALID_FILE_ATTRIBUTES);
+  EXPECT_EQ(Sys().system->GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+  EXPECT_EQ(Sys().files->GetFileAttributesA("C:\\a|b"), INVALID_FILE_ATTRIBUTES);
+  EXPECT_EQ(Sys().system->GetLastError(), static_cast<DWORD>(ERROR_INVALID_NAME));
+}
+
 TEST_F(SimPlatformTest, Files_FirstFile_GivesFirstMatchInNameOrder) {
   WriteFile("C:\\Deploy\\zeta.ini", "");
   WriteFile("C:\\Deploy\\Beta.INI", "");

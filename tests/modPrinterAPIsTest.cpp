@@ -226,6 +226,7 @@ class RecordingFiles : public platform::Files {
     copies.push_back(source + " -> " + target);
     return inner_->FileCopy(source, target);
   }
+  DWORD GetFileAttributesA(LPCSTR name) override { return inner_->GetFileAttributesA(name); }
 
  private:
   platform::Files* inner_;

@@ -299,9 +299,9 @@ class Capturer {
     machine_.printers.push_back(printer);
     AddFault(call, printer.name, error, skip);
     std::string why = ErrorText(error);
-    if (deviceName.find('?') != std::string::npos)
-      why += "; a \"?\" in its name may stand for a character the code page " +
-             std::to_string(machine_.ansiCodePage) + " lacks";
+    if (call == "OpenPrinterA" && error == ERROR_INVALID_PRINTER_NAME)
+      why += "; if its name holds characters the code page " + std::to_string(machine_.ansiCodePage) +
+             " lacks, Windows lists it under a name by which it cannot be opened";
     Note("The printer \"" + printer.name + "\" " + what + " (" + why +
          "); the rehearsal meets the same failure.");
   }
@@ -602,6 +602,7 @@ class Capturer {
     if (!LoadIni(path, ini)) return;
     if (ini.UseActiveDirectory) ReadDirectory(ini.DomainName);
     ReadDriverFiles(ini);
+    ReadOutputFolder(ini);
 
     for (const ServerDefinition& d : ini.ServerDefinitions) servers_.insert(servers_.end(), {d.FromServer, d.ToServer});
     for (const MixedDefinition& d : ini.MixedDefinitions) servers_.insert(servers_.end(), {d.FromServer, d.ToServer});
@@ -685,13 +686,26 @@ class Capturer {
     for (const DriverDefinition& d : ini.DriverDefinitions) {
       if (d.DriverName.empty() || d.DriverFileName.empty()) continue;
       const std::string source = ini.DriverSharePath + "\\" + d.DriverFileName;
-      if (Sys().files->FirstFile(source).empty()) continue;
+      const DWORD attributes = Sys().files->GetFileAttributesA(source.c_str());
+      if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY)) continue;
       AddFile(FullPath(source), "");
       if (!noted)
         Note("Driver files the INI file names are recorded empty: the engine only copies them "
              "into the system folder.");
       noted = true;
     }
+  }
+
+  // The folder the engine appends its output file to: whether it is there.
+  void ReadOutputFolder(const INIDocumentRecord& ini) {
+    if (!ini.UseFileOutput || ini.FileOutputPath.empty()) return;
+    const DWORD attributes = Sys().files->GetFileAttributesA(ini.FileOutputPath.c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY)) {
+      capture_.folders.push_back(FullPath(ini.FileOutputPath));
+      return;
+    }
+    Note("The output folder " + Utf8(ini.FileOutputPath) +
+         " of the INI file is not there: the engine cannot write its output file into it.");
   }
 
   // The queues of every print server named, by share name, with the driver
@@ -786,6 +800,10 @@ void WriteCapture(Output& output, const Capture& capture) {
   output.Remove(fresh);
   try {
     Check(output.MakeFolder(fresh + "\\files"));
+    for (const std::string& folder : capture.folders) {
+      const std::string layout = LayoutPath(folder);
+      if (!layout.empty()) Check(output.MakeFolder(fresh + "\\files\\" + layout));
+    }
     for (const ClientFile& file : capture.files) {
       const std::string layout = LayoutPath(file.windowsPath);
       if (layout.empty()) continue;

@@ -25,6 +25,9 @@ struct ClientFile {
 struct Capture {
   sim::Machine machine;      // its strings in UTF-8, as machine.json holds them
   std::vector<ClientFile> files;
+  // Folders of the client that the engine writes into, as they exist there
+  // (in the client's ANSI code page).
+  std::vector<std::string> folders;
   // "<COMPUTER>_<USER>" in the client's ANSI code page, with characters that
   // no folder name may hold replaced by "_".
   std::string folderName;
@@ -40,8 +43,9 @@ struct Options {
 // Reads the client: the system, the user, the printers as the engine lists
 // them, drivers, ports, the default printer and profile entries of the
 // client's generation, the run status, the event source, the Point and
-// Print policy; with an INI file also that file, its driver files, the print
-// servers the run will talk to and the directory it will query.
+// Print policy; with an INI file also that file, its driver files, the
+// folder of its output file, the print servers the run will talk to and the
+// directory it will query.
 Capture CaptureClient(const Options& options);
 
 // The output folder a capture is written into. Paths are relative to it,
