@@ -19,6 +19,7 @@
 //
 //===----------------------------------------------------------------------===//
 
+#include "platform/native/NativeLibraries.h"
 #include "platform/native/NativeServices.h"
 
 #include <windows.h>
@@ -41,52 +42,37 @@ GetUserProfileDirectoryAFn ResolveGetUserProfileDirectoryA() {
   return fn;
 }
 
-// The security calls of advapi32 that IsUserAnAdmin needs. Windows 95/98/ME
-// may lack them, and CheckTokenMembership exists from Windows 2000 on: all
-// are looked up at run time.
+// The security calls of advapi32 that IsUserAnAdmin needs, looked up at run
+// time: Windows 95/98/ME may lack them, and CheckTokenMembership exists from
+// Windows 2000 on (null before).
 struct SecurityCalls {
-  decltype(&::AllocateAndInitializeSid) allocateSid = nullptr;
-  decltype(&::FreeSid) freeSid = nullptr;
-  decltype(&::EqualSid) equalSid = nullptr;
-  decltype(&::GetTokenInformation) getTokenInformation = nullptr;
-  BOOL(WINAPI* checkTokenMembership)(HANDLE, PSID, PBOOL) = nullptr;
+  HMODULE module = ::GetModuleHandleA("advapi32.dll");
+  ZANDOLIN_ENTRY(AllocateAndInitializeSid);
+  ZANDOLIN_ENTRY(FreeSid);
+  ZANDOLIN_ENTRY(EqualSid);
+  ZANDOLIN_ENTRY(GetTokenInformation);
+  decltype(&::CheckTokenMembership) CheckTokenMembership =
+      FindEntry<decltype(&::CheckTokenMembership)>(module, "CheckTokenMembership");
 };
 
-template <class Fn>
-void Resolve(HMODULE module, const char* name, Fn& fn) {
-  fn = reinterpret_cast<Fn>(reinterpret_cast<void*>(::GetProcAddress(module, name)));
-}
-
 const SecurityCalls& Security() {
-  static const SecurityCalls calls = [] {
-    SecurityCalls c;
-    HMODULE module = ::GetModuleHandleA("advapi32.dll");
-    if (!module) return c;
-    Resolve(module, "AllocateAndInitializeSid", c.allocateSid);
-    Resolve(module, "FreeSid", c.freeSid);
-    Resolve(module, "EqualSid", c.equalSid);
-    Resolve(module, "GetTokenInformation", c.getTokenInformation);
-    Resolve(module, "CheckTokenMembership", c.checkTokenMembership);
-    return c;
-  }();
+  static const SecurityCalls calls;
   return calls;
 }
 
 // NT 4: whether the process token's groups hold the group, enabled.
 BOOL TokenHoldsEnabledGroup(const SecurityCalls& calls, PSID group) {
   HANDLE token = nullptr;
-  if (!calls.getTokenInformation || !calls.equalSid ||
-      !::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token))
-    return FALSE;
+  if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return FALSE;
   DWORD size = 0;
-  calls.getTokenInformation(token, TokenGroups, nullptr, 0, &size);
+  calls.GetTokenInformation(token, TokenGroups, nullptr, 0, &size);
   std::vector<BYTE> buffer(size ? size : 1);
   BOOL found = FALSE;
-  if (size && calls.getTokenInformation(token, TokenGroups, buffer.data(), size, &size)) {
+  if (size && calls.GetTokenInformation(token, TokenGroups, buffer.data(), size, &size)) {
     const auto* groups = reinterpret_cast<const TOKEN_GROUPS*>(buffer.data());
     for (DWORD i = 0; i < groups->GroupCount && !found; ++i)
       found = (groups->Groups[i].Attributes & SE_GROUP_ENABLED) &&
-              calls.equalSid(groups->Groups[i].Sid, group);
+              calls.EqualSid(groups->Groups[i].Sid, group);
   }
   ::CloseHandle(token);
   return found;
@@ -152,17 +138,16 @@ class NativeSystem final : public System {
     const SecurityCalls& calls = Security();
     SID_IDENTIFIER_AUTHORITY nt = SECURITY_NT_AUTHORITY;
     PSID administrators = nullptr;
-    if (!calls.allocateSid || !calls.freeSid ||
-        !calls.allocateSid(&nt, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS, 0, 0, 0,
-                           0, 0, 0, &administrators))
+    if (!calls.AllocateAndInitializeSid(&nt, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS,
+                                        0, 0, 0, 0, 0, 0, &administrators))
       return FALSE;
     BOOL member = FALSE;
-    if (calls.checkTokenMembership) {
-      if (!calls.checkTokenMembership(nullptr, administrators, &member)) member = FALSE;
+    if (calls.CheckTokenMembership) {
+      if (!calls.CheckTokenMembership(nullptr, administrators, &member)) member = FALSE;
     } else {
       member = TokenHoldsEnabledGroup(calls, administrators);
     }
-    calls.freeSid(administrators);
+    calls.FreeSid(administrators);
     return member;
   }
 
