@@ -23,31 +23,7 @@ exe=$(realpath "$1")
 printers=${2:-200}
 drivers=${3:-50}
 rounds=${4:-10}
-for tool in wine wineboot wineserver winepath python3 /usr/bin/time; do
-  command -v "$tool" >/dev/null || { echo "wine-capture: $tool is not installed" >&2; exit 2; }
-done
-
-work=$(mktemp -d "${TMPDIR:-/tmp}/zandolin-bench.XXXXXX")
-own_prefix=
-if [ -z "${WINEPREFIX:-}" ] || [ ! -d "$WINEPREFIX" ]; then
-  export WINEPREFIX="$work/prefix"
-  own_prefix=yes
-fi
-export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" LC_ALL=C.UTF-8
-unset DISPLAY WAYLAND_DISPLAY
-cleanup() {
-  wineserver -k >/dev/null 2>&1
-  wineserver -w >/dev/null 2>&1
-  rm -rf "$work"
-  [ -n "$own_prefix" ] || rm -rf "$WINEPREFIX/drive_c/BenchCapture"
-}
-trap cleanup EXIT
-
-if [ -n "$own_prefix" ]; then
-  echo "Making a Wine prefix in $WINEPREFIX ..."
-  wineboot -i >"$work/wineboot.log" 2>&1
-  wineserver -w
-fi
+source "$(dirname "$0")/wine-lib.sh" wine-capture BenchCapture wine wineboot wineserver winepath python3 /usr/bin/time
 
 # The client: local printers as the spooler keeps them, and drivers as it
 # keeps them for the 64-bit environment.

@@ -118,8 +118,6 @@ std::string ErrorText(DWORD code) {
   return "error " + std::to_string(code) + (words ? std::string(", ") + words : std::string());
 }
 
-bool SameNoCase(const std::string& a, const std::string& b) { return EqualsNoCase(a, b); }
-
 // --- the spooler's enumerations -----------------------------------------------
 
 using EnumCall = std::function<BOOL(LPBYTE buffer, DWORD size, LPDWORD needed, LPDWORD returned)>;
@@ -554,25 +552,13 @@ class Capturer {
 
   // The value by which the engine finds its event source registered.
   void ReadEventSource() {
-    platform::Registry& registry = *Sys().registry;
     HKEY key = nullptr;
-    if (registry.RegOpenKeyA(HKEY_LOCAL_MACHINE, kEventSourceKey, &key) != ERROR_SUCCESS) return;
-    DWORD type = 0, size = 0;
-    if (registry.RegQueryValueExA(key, "EventMessageFile", nullptr, &type, nullptr, &size) ==
-        ERROR_SUCCESS) {
-      std::vector<BYTE> data(size ? size : 1);
-      if (registry.RegQueryValueExA(key, "EventMessageFile", nullptr, &type, data.data(), &size) ==
-          ERROR_SUCCESS) {
-        sim::RegistryValue value;
-        value.type = type;
-        std::string bytes(data.begin(), data.begin() + size);
-        if (IsText(type)) bytes = Utf8(bytes);
-        value.data.assign(bytes.begin(), bytes.end());
+    if (Sys().registry->RegOpenKeyA(HKEY_LOCAL_MACHINE, kEventSourceKey, &key) != ERROR_SUCCESS) return;
+    for (const auto& [name, value] : ReadValues(key))
+      if (EqualsNoCase(name, "EventMessageFile"))
         machine_.registry.emplace_back(std::string("HKEY_LOCAL_MACHINE\\") + kEventSourceKey,
-                                       Values{{"EventMessageFile", value}});
-      }
-    }
-    registry.RegCloseKey(key);
+                                       Values{{name, value}});
+    Sys().registry->RegCloseKey(key);
   }
 
   // The policy that decides whether a standard user may take a driver from
@@ -591,7 +577,7 @@ class Capturer {
     const std::string path = FullPath(given);
     std::string content;
     if (const Failure f = Sys().files->ReadText(path, content); f.failed()) {
-      capture_.iniFailure = "the INI file " + Utf8(path) + " cannot be read (" + f.Description + ")";
+      capture_.iniFailure = "the INI file " + path + " cannot be read (" + f.Description + ")";
       Note("The INI file " + Utf8(path) + " could not be read (" + f.Description +
            "): no print server and no directory was asked.");
       return;
@@ -647,7 +633,7 @@ class Capturer {
       return;
     }
     const std::string prefix = bindPath + "/";
-    if (adsPath.size() < prefix.size() || !SameNoCase(adsPath.substr(0, prefix.size()), prefix)) {
+    if (adsPath.size() < prefix.size() || !EqualsNoCase(adsPath.substr(0, prefix.size()), prefix)) {
       Note("The directory path " + Utf8(bindPath) + " names an object below its server (" +
            Utf8(adsPath) + "); zandolin-sim binds only a server, so the capture holds no directory.");
       return;
@@ -715,7 +701,7 @@ class Capturer {
     for (const std::string& server : servers_) {
       if (server.empty() || server == "." || server == "*" || server == ".*") continue;
       bool seen = false;
-      for (const std::string& a : asked) seen = seen || SameNoCase(a, server);
+      for (const std::string& a : asked) seen = seen || EqualsNoCase(a, server);
       if (seen) continue;
       asked.push_back(server);
 

@@ -458,27 +458,12 @@ class SimSpooler : public platform::Spooler {
   // The client's own drivers, of the one environment it has.
   BOOL EnumPrinterDriversA(LPSTR name, LPSTR environment, DWORD level, LPBYTE buffer, DWORD size,
                            LPDWORD needed, LPDWORD returned) override {
-    Context& c = Current();
-    c.lastError = 0;
-    if (const Fault* f = c.TakeFault("EnumPrinterDriversA", ArgText(name)))
-      return static_cast<BOOL>(f->result);
-    if (!needed || !returned) return Fail(c, kErrorNullRefPointer);
-    *returned = 0;
-    if (level != 1) return Fail(c, kErrorInvalidLevel);
-    if (name && *name) return Fail(c, ERROR_INVALID_NAME);
-    return FillNames(c, c.machine.drivers, buffer, size, needed, returned);
+    return ListLocal("EnumPrinterDriversA", &Machine::drivers, name, level, buffer, size, needed, returned);
   }
 
   BOOL EnumPortsA(LPSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
                   LPDWORD returned) override {
-    Context& c = Current();
-    c.lastError = 0;
-    if (const Fault* f = c.TakeFault("EnumPortsA", ArgText(name))) return static_cast<BOOL>(f->result);
-    if (!needed || !returned) return Fail(c, kErrorNullRefPointer);
-    *returned = 0;
-    if (level != 1) return Fail(c, kErrorInvalidLevel);
-    if (name && *name) return Fail(c, ERROR_INVALID_NAME);
-    return FillNames(c, c.machine.ports, buffer, size, needed, returned);
+    return ListLocal("EnumPortsA", &Machine::ports, name, level, buffer, size, needed, returned);
   }
 
   BOOL AddPortA(LPSTR name, HWND window, LPSTR monitorName) override {
@@ -491,6 +476,20 @@ class SimSpooler : public platform::Spooler {
   }
 
  private:
+  // A list of names of the client at level 1 (EnumPrinterDriversA,
+  // EnumPortsA): the local computer's only.
+  static BOOL ListLocal(const char* call, std::vector<std::string> Machine::*list, LPSTR name,
+                        DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed, LPDWORD returned) {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault(call, ArgText(name))) return static_cast<BOOL>(f->result);
+    if (!needed || !returned) return Fail(c, kErrorNullRefPointer);
+    *returned = 0;
+    if (level != 1) return Fail(c, kErrorInvalidLevel);
+    if (name && *name) return Fail(c, ERROR_INVALID_NAME);
+    return FillNames(c, c.machine.*list, buffer, size, needed, returned);
+  }
+
   static BOOL Fail(Context& c, DWORD error) {
     c.lastError = error;
     return FALSE;
