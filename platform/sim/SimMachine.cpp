@@ -623,9 +623,7 @@ Json RegistryValueToJson(const RegistryValue& value) {
 
 }  // namespace
 
-Machine MachineFromText(const std::string& text) {
-  // Messages name the file as the user knows it; the caller knows the folder.
-  const std::string name = "machine.json";
+Machine MachineFromText(const std::string& text, const std::string& name) {
   Json root;
   try {
     root = Json::parse(text);

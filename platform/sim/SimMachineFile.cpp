@@ -10,15 +10,18 @@ namespace sim {
 
 namespace fs = std::filesystem;
 
-Machine LoadMachine(const fs::path& folder) {
-  fs::path file = folder / "machine.json";
+Machine LoadMachine(const fs::path& folder) { return LoadMachineFile(folder / "machine.json"); }
+
+Machine LoadMachineFile(const fs::path& file) {
+  // Messages name the file as the user knows it; the caller knows the folder.
+  const std::string name = file.filename().string();
   std::error_code ec;
   if (!fs::exists(file, ec)) return Machine{};
   std::ifstream in(file, std::ios::binary);
-  if (!in) throw MachineError{"machine.json: cannot be read"};
+  if (!in) throw MachineError{name + ": cannot be read"};
   std::stringstream buffer;
   buffer << in.rdbuf();
-  return MachineFromText(buffer.str());
+  return MachineFromText(buffer.str(), name);
 }
 
 void SaveMachine(const fs::path& folder, const Machine& machine) {
