@@ -19,6 +19,7 @@
 #include "engine/modINIFile.h"
 #include "engine/modMain.h"
 #include "platform/DirectoryErrors.h"
+#include "platform/Utf8.h"
 
 #include <cctype>
 #include <cstdio>
@@ -65,21 +66,7 @@ std::string Utf16ToUtf8(const std::u16string& text) {
     } else if (cp >= 0xD800 && cp <= 0xDFFF) {
       cp = 0xFFFD;
     }
-    if (cp < 0x80) {
-      out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-      out += static_cast<char>(0xC0 | cp >> 6);
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-      out += static_cast<char>(0xE0 | cp >> 12);
-      out += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | cp >> 18);
-      out += static_cast<char>(0x80 | (cp >> 12 & 0x3F));
-      out += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
+    platform::AppendUtf8(out, cp);
   }
   return out;
 }
