@@ -9,7 +9,9 @@
 # each imports nothing but DLLs of the system, and each ZandolinEngine.exe
 # and zandolin-capture.exe nothing but the DLLs of the system that every run
 # needs, so that it runs when copied alone onto a client and a run loads no
-# library it does not use; and that zandolin-capture.exe stays under 1 MB.
+# library it does not use; that both are programs of the window subsystem,
+# which open no console window when a logon script starts them; and that
+# zandolin-capture.exe stays under 1 MB.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 out=${1:-$root}
@@ -41,6 +43,11 @@ for target in "x86_64 build-win64" "i686 build-win32"; do
     if [ -n "$bad" ]; then
       echo "build-windows: $exe imports DLLs that it must load at their first use, or that" \
         "are not the system's:" $bad >&2
+      exit 1
+    fi
+    if ! x86_64-w64-mingw32-objdump -p "$exe" | grep -E '^Subsystem\s.*\(Windows GUI\)$' >/dev/null; then
+      echo "build-windows: $exe is not a program of the window subsystem: it would open a" \
+        "console window at logon" >&2
       exit 1
     fi
   done
