@@ -18,6 +18,7 @@
 #include "engine/Runtime.h"
 #include "engine/modINIFile.h"
 #include "engine/modMain.h"
+#include "migration/modMoveADPrinters.h"
 #include "platform/DirectoryErrors.h"
 #include "platform/Utf8.h"
 
@@ -608,7 +609,7 @@ class Capturer {
   // The engine's directory query, kept as its answer.
   void ReadDirectory(const std::string& domain) {
     platform::Directory& directory = *Sys().directory;
-    const std::string bindPath = "LDAP://" + domain;
+    const std::string bindPath = DirectoryBindPath(domain);
     std::string adsPath;
     if (const Failure f = directory.BindObject(bindPath, adsPath); f.failed()) {
       // A rehearsal without a directory meets a server that does not
@@ -631,9 +632,7 @@ class Capturer {
     // The queues are those the server gave; a rehearsal cuts nothing more.
     captured.sizeLimit = 0;
     std::vector<platform::DirectoryRow> rows;
-    const std::string command =
-        "Select name, printShareName FROM '" + adsPath + "' WHERE objectCategory='printQueue'";
-    if (const Failure f = directory.Execute(command, rows); f.failed()) {
+    if (const Failure f = directory.Execute(PrintQueueQuery(adsPath), rows); f.failed()) {
       captured.queryError = sim::DirectoryError{f.Number, Utf8(f.Description)};
       Note("The directory refused the query (" + std::to_string(f.Number) + ", " + Utf8(f.Description) +
            "); the rehearsal meets the same refusal.");
