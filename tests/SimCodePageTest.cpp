@@ -27,7 +27,11 @@ TEST(SimCodePageTest, ServesTheAnsiCodePagesOfWindowsAndUtf8) {
             CodePage::ServedList());
   EXPECT_EQ(nullptr, CodePage::Find(437));   // an OEM code page is no ANSI code page
   EXPECT_EQ(nullptr, CodePage::Find(0));
+  EXPECT_FALSE(CodePage::Served(437));
   EXPECT_EQ(1252u, Cp(1252).Number());
+  // The list machine.json is checked against is the list of the tables.
+  for (uint32_t number = 0; number <= 65535; ++number)
+    EXPECT_EQ(CodePage::Served(number), CodePage::Find(number) != nullptr) << number;
 }
 
 TEST(SimCodePageTest, AsciiIsTheSameInEveryCodePage) {

@@ -6,6 +6,8 @@
 // same number and back, so pure ASCII text is copied as it stands.
 #include "platform/sim/SimCodePage.h"
 
+#include "platform/Utf8.h"
+
 #include <deque>
 #include <memory>
 #include <vector>
@@ -14,6 +16,8 @@ namespace sim {
 
 namespace {
 
+using platform::AppendUtf8;
+
 constexpr char16_t kReplacement = 0xFFFD;
 constexpr uint32_t kUtf8 = 65001;
 
@@ -21,24 +25,6 @@ bool IsAscii(std::string_view text) {
   for (char c : text)
     if (static_cast<unsigned char>(c) >= 0x80) return false;
   return true;
-}
-
-void AppendUtf8(std::string& out, uint32_t cp) {
-  if (cp < 0x80) {
-    out += static_cast<char>(cp);
-  } else if (cp < 0x800) {
-    out += static_cast<char>(0xC0 | cp >> 6);
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    out += static_cast<char>(0xE0 | cp >> 12);
-    out += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | cp >> 18);
-    out += static_cast<char>(0x80 | (cp >> 12 & 0x3F));
-    out += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  }
 }
 
 // The next code point of UTF-8 text at i; an invalid sequence gives U+FFFD
@@ -113,13 +99,6 @@ const CodePage* CodePage::Find(uint32_t number) {
   for (const CodePage& page : pages)
     if (page.number_ == number) return &page;
   return nullptr;
-}
-
-std::string CodePage::ServedList() {
-  std::string list;
-  for (size_t i = 0; i < code_page_data::kTableCount; ++i)
-    list += std::to_string(code_page_data::kTables[i].number) + ", ";
-  return list + std::to_string(kUtf8);
 }
 
 const uint16_t* CodePage::WideTable() const {

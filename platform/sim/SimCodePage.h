@@ -36,8 +36,19 @@ class CodePage {
   // The code page of that number, or null when the simulated client does not
   // serve it. 65001 is UTF-8, as Windows can be set to use it.
   static const CodePage* Find(uint32_t number);
-  // The numbers served, for messages: "874, 932, ..., 65001".
-  static std::string ServedList();
+  // Whether Find serves the number, and the numbers served for messages
+  // ("874, 932, ..., 65001"), without the tables: the build's list of the
+  // code pages it makes tables for (ZANDOLIN_CODE_PAGE_NUMBERS), and UTF-8.
+  static bool Served(uint32_t number) {
+    for (uint32_t served : kServed)
+      if (served == number) return true;
+    return false;
+  }
+  static std::string ServedList() {
+    std::string list;
+    for (uint32_t served : kServed) list += (list.empty() ? "" : ", ") + std::to_string(served);
+    return list;
+  }
 
   uint32_t Number() const { return number_; }
 
@@ -55,6 +66,8 @@ class CodePage {
   CodePage(uint32_t number, const code_page_data::Table* table) : number_(number), table_(table) {}
   // UTF-16 unit -> bytes (one byte below 0x100, else lead << 8 | trail).
   const uint16_t* WideTable() const;
+
+  static constexpr uint32_t kServed[] = {ZANDOLIN_CODE_PAGE_NUMBERS, 65001};
 
   uint32_t number_;
   const code_page_data::Table* table_;   // null for UTF-8

@@ -1,4 +1,5 @@
-// Reading, validating and writing machine.json.
+// machine.json's text: read and validated into a machine, and written from
+// one. The file itself is read and written in SimMachineFile.cpp.
 #include "platform/sim/SimMachine.h"
 
 #include "platform/sim/SimCodePage.h"
@@ -8,9 +9,7 @@
 
 #include <cctype>
 #include <cstdio>
-#include <fstream>
 #include <limits>
-#include <sstream>
 #include <unordered_set>
 
 namespace sim {
@@ -18,7 +17,6 @@ namespace sim {
 namespace {
 
 using Json = nlohmann::ordered_json;
-namespace fs = std::filesystem;
 
 // A field's name for a message: control characters as JSON writes them.
 std::string Printable(const std::string& name) {
@@ -429,7 +427,7 @@ Machine ReadMachine(const Reader& r, const Json& root) {
         else if (o.key() == "majorVersion") m.majorVersion = n;
         else if (o.key() == "minorVersion") m.minorVersion = n;
         else if (o.key() == "versionError") m.versionError = n;
-        else if (!CodePage::Find(n))
+        else if (!CodePage::Served(n))
           r.Fail(f, "expected an ANSI code page the simulated client serves: " + CodePage::ServedList());
         else m.ansiCodePage = n;
       }
@@ -779,23 +777,7 @@ class DocumentBuilder : public nlohmann::json_sax<Json> {
 
 }  // namespace
 
-Machine LoadMachine(const fs::path& folder) { return LoadMachineFile(folder / "machine.json"); }
-
-Machine LoadMachineFile(const fs::path& file) {
-  // Messages name the file as the user knows it; the caller knows the folder.
-  const std::string name = file.filename().string();
-  std::error_code ec;
-  if (!fs::exists(file, ec)) return Machine{};
-  if (fs::is_directory(file, ec)) throw MachineError{name + ": is a folder (expected a file)"};
-  std::ifstream in(file, std::ios::binary);
-  if (!in) throw MachineError{name + ": cannot be read"};
-  std::stringstream buffer;
-  buffer << in.rdbuf();
-  if (in.bad()) throw MachineError{name + ": cannot be read"};
-  return ReadMachineText(buffer.str(), name);
-}
-
-Machine ReadMachineText(const std::string& text, const std::string& name) {
+Machine MachineFromText(const std::string& text, const std::string& name) {
   DocumentBuilder document(text);
   if (!Json::sax_parse(text, &document)) throw MachineError{name + ": " + document.error};
   return ReadMachine(Reader(name), document.root);
@@ -804,25 +786,7 @@ Machine ReadMachineText(const std::string& text, const std::string& name) {
 nlohmann::ordered_json MachineToJson(const Machine& m);
 
 std::string MachineText(const Machine& machine) {
-  return MachineToJson(machine).dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
-}
-
-void SaveMachine(const fs::path& folder, const Machine& machine) {
-  fs::path file = folder / "machine.json";
-  std::string text = MachineText(machine);
-  fs::path temp = folder / ".machine.json.new";
-  {
-    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-    if (!out) throw MachineError{file.string() + ": cannot be written"};
-    out << text << "\n";
-    if (!out) throw MachineError{file.string() + ": cannot be written"};
-  }
-  std::error_code ec;
-  fs::rename(temp, file, ec);
-  if (ec) {
-    fs::remove(temp, ec);
-    throw MachineError{file.string() + ": cannot be written"};
-  }
+  return MachineToJson(machine).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
 nlohmann::ordered_json MachineToJson(const Machine& m) {

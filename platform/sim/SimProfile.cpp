@@ -33,7 +33,6 @@ namespace sim {
 
 namespace {
 
-
 struct IniKey {
   std::u16string name, value;
   int line = 0;   // in the file, from 1

@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   sim::Machine machine;
   try {
-    machine = sim::ReadMachineText(text, "machine.json");
+    machine = sim::MachineFromText(text, "machine.json");
   } catch (const sim::MachineError& e) {
     if (e.message.rfind("machine.json: ", 0) != 0) {
       std::fprintf(stderr, "refusal without the file's name: %s\n", e.message.c_str());
@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   const std::string written = sim::MachineText(machine);
   try {
-    if (sim::MachineText(sim::ReadMachineText(written, "machine.json")) != written) {
+    if (sim::MachineText(sim::MachineFromText(written, "machine.json")) != written) {
       std::fprintf(stderr, "written back, read again, it differs:\n%s\n", written.c_str());
       std::abort();
     }
