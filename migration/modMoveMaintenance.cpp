@@ -186,13 +186,14 @@ void PruneLocalPrinters() {
 void PruneADOrphans() {
   WriteSectionHeader("* ----- Maintenance Prune All Orphaned Active Directory Printers ----- *");
 
+  const DirectoryNames names = FoldDirectoryNames();
   for (int i = 1; i <= UBound(gClientPrinters); ++i) {
     const ClientPrinter printer = gClientPrinters[i];
+    const FoldedName queue = FoldName(printer.QueueName);
     bool found = false;
     for (int j = 1; j <= UBound(gDirectoryPrinters); ++j) {
       const DirectoryPrinter& entry = gDirectoryPrinters[j];
-      if (EqualsNoCase(entry.ShareName, printer.QueueName) ||
-          EqualsNoCase(entry.PrinterName, printer.QueueName)) {
+      if (NamesSameQueue(names, j, queue)) {
         WriteDebug(">> Found a printer match <<");
         WriteDebug(">> Printer share names (Client/AD): " + printer.QueueName + " \\ " +
                    entry.ShareName);
