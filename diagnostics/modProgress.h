@@ -1,8 +1,35 @@
 // The progress window: one statement at a time, and a bar that moves.
 #pragma once
 
+#include "config/modINIDocument.h"
+#include "diagnostics/frmProgress.h"
+#include "platform/Platform.h"
+
 #include <string>
 
 void StartProgress();
-void UpdateProgress(const std::string& text);
+
+// The bar's next value: the 100th step wraps to 1.
+inline int NextProgressValue(int value) { return value != 100 ? value + 1 : 1; }
+
+// UpdateProgress through the platform: redraw, the statement, one step of
+// the bar, one pump.
+void ShowStatementAndStep(const std::string& text);
+
+// One statement in the window and one step of the bar, then one pump; an
+// empty text only moves the bar. It is the pulse of every long loop, so the
+// step with the empty text that the platform has let go quiet (nothing can
+// come due meanwhile, platform::QuietPulses) is only counted here, for the
+// platform to take at its next call.
+inline void UpdateProgress(const std::string& text) {
+  if (!INIDocument.ShowProgress) return;
+  platform::QuietPulses& pulses = platform::Services().pulses;
+  if (text.empty() && pulses.taken < pulses.granted && frmProgress.Loaded) {
+    ++pulses.taken;
+    pulses.value = frmProgress.Value = NextProgressValue(frmProgress.Value);
+    return;
+  }
+  ShowStatementAndStep(text);
+}
+
 void FinishProgress();

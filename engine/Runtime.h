@@ -52,8 +52,14 @@ int LoadedFormCount();
 // Forgets every loaded form (process start).
 void ClearLoadedForms();
 
-// Shorthand for the active platform services.
-inline platform::ServiceSet& Sys() { return platform::Services(); }
+// Shorthand for the active platform services. Using them takes back the
+// progress pulses the platform granted (platform::QuietPulses): after any
+// other call the next pulse reaches the platform again.
+inline platform::ServiceSet& Sys() {
+  platform::ServiceSet& services = platform::Services();
+  services.pulses.granted = 0;
+  return services;
+}
 
 // "True" or "False".
 const char* BoolText(bool value);

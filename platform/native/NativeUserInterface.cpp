@@ -27,6 +27,11 @@
 //   every kPaintIntervalMs, because the engine makes one progress statement
 //   per step and a run may make millions of them. The bar's moves are applied
 //   at those paints too; its settings (start, finish) are applied at once.
+// - A pump grants kQuietPulses progress pulses (platform::QuietPulses) when
+//   no timer runs and nothing is kept for the pump: the engine then only
+//   counts them, and the next call here takes the bar to where they left it.
+//   Any other call of the engine through the boundary takes the grant back,
+//   so that the quiet pulses are those of pure computation, microseconds.
 // - Common controls are initialised through a run-time lookup, so that a
 //   system without InitCommonControlsEx still starts the engine.
 // - user32.dll and gdi32.dll are loaded at the first call that needs them
@@ -49,6 +54,7 @@ namespace platform::native {
 namespace {
 
 constexpr DWORD kPaintIntervalMs = 40;
+constexpr int kQuietPulses = 255;
 constexpr DWORD kLookIntervalMs = 10;
 // The longest idle wait; the pump runs a round after it even if nothing came.
 constexpr DWORD kIdleWaitMs = 1000;
@@ -185,6 +191,7 @@ class NativeUserInterface final : public UserInterface {
       WaitForEvents();
     else
       Pump(false);
+    platform::Services().pulses.granted = timers_.empty() && !Waiting() ? kQuietPulses : 0;
   }
 
   void WaitForEvents() override {
@@ -296,6 +303,7 @@ class NativeUserInterface final : public UserInterface {
 
   void SetProgressBar(int maximum, int value) override {
     ++activity_;
+    TakeQuietPulses();
     progress_.barMovePending = false;
     if (!progress_.bar) return;
     User().SendMessageA(progress_.bar, PBM_SETRANGE32, 0, maximum);
@@ -307,6 +315,7 @@ class NativeUserInterface final : public UserInterface {
 
   void MoveProgressBar(int value) override {
     ++activity_;
+    TakeQuietPulses();
     progress_.barMovePending = true;
     progress_.pendingValue = value;
   }
@@ -424,7 +433,17 @@ class NativeUserInterface final : public UserInterface {
     }
   }
 
+  // The bar moves of the pulses the engine took without a call.
+  void TakeQuietPulses() {
+    platform::QuietPulses& pulses = platform::Services().pulses;
+    if (pulses.taken == 0) return;
+    pulses.taken = 0;
+    progress_.barMovePending = true;
+    progress_.pendingValue = pulses.value;
+  }
+
   void ApplyPendingBarMove() {
+    TakeQuietPulses();
     if (!progress_.barMovePending) return;
     progress_.barMovePending = false;
     if (progress_.bar)
