@@ -12,6 +12,7 @@ packages=(
   libldap-dev slapd ldap-utils
   python3 python3-aiosmtpd
   xvfb xdotool imagemagick x11-apps fonts-wine
+  osslsigncode openssl zip unzip cmark-gfm
 )
 
 missing=()

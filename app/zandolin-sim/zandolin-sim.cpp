@@ -3,6 +3,7 @@
 //
 //   zandolin-sim [MACHINE_DIR] [--cmdline TEXT] [--json] [--report FILE]
 //                [--dry-run] [--limit SECONDS]
+#include "Version.h"
 #include "platform/sim/SimContext.h"
 #include "platform/sim/Simulator.h"
 
@@ -33,7 +34,9 @@ const char kUsage[] =
     "  --json             print the transcript as JSON instead of the report\n"
     "  --report FILE      also write the JSON transcript to FILE\n"
     "  --dry-run          run on a copy; MACHINE_DIR is left as it was\n"
-    "  --limit SECONDS    wall-clock time before the run counts as stuck (default 120)\n";
+    "  --limit SECONDS    wall-clock time before the run counts as stuck (default 120)\n"
+    "  --help             print this text\n"
+    "  --version          print the version\n";
 
 struct Options {
   std::optional<fs::path> machineDir;
@@ -89,6 +92,9 @@ Options ParseArguments(int argc, char** argv) {
         throw UsageError{"--limit: expected a number of seconds, not '" + text + "'"};
     } else if (arg == "--help" || arg == "-h") {
       std::cout << kUsage;
+      std::exit(0);
+    } else if (arg == "--version") {
+      std::cout << "zandolin-sim " ZANDOLIN_VERSION "\n";
       std::exit(0);
     } else if (!arg.empty() && arg[0] == '-' && arg != "-") {
       throw UsageError{"unknown option '" + arg + "'"};
