@@ -67,33 +67,33 @@ wineserver -p >/dev/null 2>&1
 rm -rf "$deploy"
 mkdir -p "$deploy"
 cp "$build/ZandolinEngine.exe" "$work/trivial.exe" "$deploy/"
-{
-  echo "[GENERAL]"
-  echo "UseActiveDirectory=False"
-  echo "UseManualDefinitions=False"
-  echo "AlwaysRun=False"
-  echo "ShowProgress=False"
-  echo "[NOTIFICATION SMTP]"
-  echo "UseSMTP=False"
-  echo "[NOTIFICATION FILE OUTPUT]"
-  echo "UseFileOutput=False"
-  echo "IncludeComputerName=False"
-  echo "IncludeOutcome=False"
-  echo "WriteToEventLog=False"
-  echo "[NOTIFICATION CLIENT POP-UP]"
-  echo "UseClientPopup=False"
-  echo "UseSuccessClientPopup=False"
-  echo "UseFailureClientPopup=False"
-  echo "[DEPLOYMENT]"
-  echo "CreateWebLaunchPage=False"
-  echo "CreateBatchFile=False"
-  echo "IncludeMDAC=False"
-  echo "[PRUNE]"
-  echo "DeleteADOrphans=False"
-  echo "DeleteAllNonNetworked=False"
-  echo "[SUPPORT]"
-  echo "DebugOn=True"
-} | sed 's/$/\r/' >"$deploy/start.ini"
+sed 's/$/\r/' >"$deploy/start.ini" <<'INI'
+[GENERAL]
+UseActiveDirectory=False
+UseManualDefinitions=False
+AlwaysRun=False
+ShowProgress=False
+[NOTIFICATION SMTP]
+UseSMTP=False
+[NOTIFICATION FILE OUTPUT]
+UseFileOutput=False
+IncludeComputerName=False
+IncludeOutcome=False
+WriteToEventLog=False
+[NOTIFICATION CLIENT POP-UP]
+UseClientPopup=False
+UseSuccessClientPopup=False
+UseFailureClientPopup=False
+[DEPLOYMENT]
+CreateWebLaunchPage=False
+CreateBatchFile=False
+IncludeMDAC=False
+[PRUNE]
+DeleteADOrphans=False
+DeleteAllNonNetworked=False
+[SUPPORT]
+DebugOn=True
+INI
 
 # The first run records the success (the user's profile, Windows 10).
 wine reg add 'HKCU\Software\Wine' /v Version /d win10 /f >/dev/null 2>&1
