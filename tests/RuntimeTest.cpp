@@ -62,7 +62,9 @@ TEST(RuntimeTest, SameName_OfFoldedNames_IsEqualsNoCaseForNamesOfAnyLength) {
       const bool same = EqualsNoCase(names[i], names[j]);
       EXPECT_EQ(same, SameName(FoldName(names[i]), FoldName(names[j]))) << i << " " << j;
       EXPECT_EQ(same, SameName(list, static_cast<int>(i), FoldName(names[j]))) << i << " " << j;
-      if (same) EXPECT_EQ(FoldName(names[i]).key, FoldName(names[j]).key);
+      if (same) {
+        EXPECT_EQ(FoldName(names[i]).key, FoldName(names[j]).key);
+      }
     }
   }
 }
