@@ -11,8 +11,10 @@
 // orphan prune) ROUNDS times (default 5) with the progress window on and as
 // often with it off, alternating, each on a fresh client. Prints each run,
 // then the minimum, median and maximum of each kind, and what the window
-// adds. Exit status 1 when a run does not do what was set up, when the run
-// with the window takes 0.25 s or more, or when the window adds 20 % or more.
+// adds, by the medians of the wall-clock time and of the processor time
+// (which other processes on a busy machine disturb less). Exit status 1 when
+// a run does not do what was set up, when the run with the window takes
+// 0.25 s or more, or when the window adds 20 % or more processor time.
 #include "BenchClient.h"
 #include "BenchStats.h"
 #include "config/modINIDocument.h"
@@ -131,6 +133,7 @@ int main(int argc, char** argv) {
   }
 
   const double adds = 100.0 * (on.Median() / off.Median() - 1);
+  const double addsCpu = 100.0 * (onCpu.Median() / offCpu.Median() - 1);
   std::printf("%d client printers, %d directory queues, the user's queues %s\n", kPrinters, kQueues,
               atEnd ? "at the end of the list" : "spread over the list");
   std::printf("progress steps with the window:  %lld\n", steps);
@@ -138,11 +141,12 @@ int main(int argc, char** argv) {
   std::printf("MoveADPrinters, window off       %s ms\n", off.Text().c_str());
   std::printf("processor time, window on        %s ms\n", onCpu.Text().c_str());
   std::printf("processor time, window off       %s ms\n", offCpu.Text().c_str());
-  std::printf("the window adds (medians)        %+.1f %% (limit 20 %%)\n", adds);
+  std::printf("the window adds, wall clock      %+.1f %%\n", adds);
+  std::printf("the window adds, processor time  %+.1f %% (limit 20 %%)\n", addsCpu);
 
   fs::remove_all(folder);
   if (!ok) std::fprintf(stderr, "bench_directory: a run did not do what was set up\n");
-  const bool fast = on.Median() < 250 && adds < 20;
+  const bool fast = on.Median() < 250 && addsCpu < 20;
   if (!fast) std::fprintf(stderr, "bench_directory: a figure is off its limit\n");
   return ok && fast ? 0 : 1;
 }

@@ -20,11 +20,12 @@ void ShowStatementAndStep(const std::string& text);
 // empty text only moves the bar. It is the pulse of every long loop, so the
 // step with the empty text that the platform has let go quiet (nothing can
 // come due meanwhile, platform::QuietPulses) is only counted here, for the
-// platform to take at its next call.
+// platform to take at its next call. A grant implies that the form is
+// loaded: the platform grants only while the form's window exists.
 inline void UpdateProgress(const std::string& text) {
   if (!INIDocument.ShowProgress) return;
   platform::QuietPulses& pulses = platform::Services().pulses;
-  if (text.empty() && pulses.taken < pulses.granted && frmProgress.Loaded) {
+  if (text.empty() && pulses.taken < pulses.granted) {
     ++pulses.taken;
     pulses.value = frmProgress.Value = NextProgressValue(frmProgress.Value);
     return;

@@ -252,12 +252,12 @@ class Directory {
 
 // Progress pulses taken without a call of the platform. A long loop pulses
 // the progress window once a step (redraw, one move of the bar, one pump);
-// when the platform knows that nothing can come due before a number of
-// further steps (no timer, no socket, no paint), it grants that many at its
-// pump, and the engine then only counts them here. Any other use of the
-// platform by the engine takes the grant back. The platform counts the
-// pulses taken as moves of the bar the next time it is called, or reports
-// them.
+// when the progress window exists and the platform knows that nothing can
+// come due before a number of further steps (no timer, no socket, no
+// paint), it grants that many at its pump, and the engine then only counts
+// them here. Any other use of the platform by the engine takes the grant
+// back. The platform counts the pulses taken as moves of the bar the next
+// time it is called, or reports them.
 struct QuietPulses {
   int64_t taken = 0;     // pulses taken so that the platform has not counted yet
   int64_t granted = 0;   // while taken is below it, the next pulse may be taken so

@@ -28,7 +28,8 @@
 //   per step and a run may make millions of them. The bar's moves are applied
 //   at those paints too; its settings (start, finish) are applied at once.
 // - A pump grants kQuietPulses progress pulses (platform::QuietPulses) when
-//   no timer runs and nothing is kept for the pump: the engine then only
+//   the progress window exists, no timer runs and nothing is kept for the
+//   pump: the engine then only
 //   counts them, and the next call here takes the bar to where they left it.
 //   Any other call of the engine through the boundary takes the grant back,
 //   so that the quiet pulses are those of pure computation, microseconds.
@@ -191,7 +192,8 @@ class NativeUserInterface final : public UserInterface {
       WaitForEvents();
     else
       Pump(false);
-    platform::Services().pulses.granted = timers_.empty() && !Waiting() ? kQuietPulses : 0;
+    const bool quiet = progress_.window && timers_.empty() && !Waiting();
+    platform::Services().pulses.granted = quiet ? kQuietPulses : 0;
   }
 
   void WaitForEvents() override {

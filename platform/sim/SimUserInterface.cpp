@@ -39,10 +39,12 @@ constexpr auto kLongestIdle = std::chrono::milliseconds(100);
 // still runs every kQuietPulses + 1 pulses and looks at the run's limit.
 constexpr int kQuietPulses = 4095;
 
-// None while a fault may fire on the calls of a pulse or an event may come
-// (a tick, a socket event).
+// Only while the progress window exists, and none while a fault may fire on
+// the calls of a pulse or an event may come (a tick, a socket event).
 int QuietPulsesFor(const Context& c) {
-  return c.machine.faults.empty() && c.timers.empty() && c.socketTable.empty() ? kQuietPulses : 0;
+  const bool quiet = c.progress.created && c.machine.faults.empty() && c.timers.empty() &&
+                     c.socketTable.empty();
+  return quiet ? kQuietPulses : 0;
 }
 
 // The context of a call of this service, with the pulses taken quietly
