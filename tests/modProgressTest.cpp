@@ -180,6 +180,17 @@ TEST_F(QuietPulsesTest, FaultsInjected_EveryStepReachesThePlatform) {
   EXPECT_EQ(1001 % 100, frmProgress.Value);
 }
 
+TEST_F(QuietPulsesTest, FormUnloaded_AStepAfterAPumpLoadsItAgain) {
+  Start();
+  FinishProgress();
+  ASSERT_FALSE(frmProgress.Loaded);
+  Sys().ui->DoEvents();
+  UpdateProgress("");
+  EXPECT_TRUE(frmProgress.Loaded);
+  EXPECT_EQ(1, LoadedFormCount());
+  EXPECT_EQ(1, frmProgress.Value);
+}
+
 TEST_F(modProgressTest, FinishProgress_SetsTheLastStatementAndUnloads) {
   Install();
   INIDocument.ShowProgress = true;
