@@ -29,10 +29,10 @@
 //   at those paints too; its settings (start, finish) are applied at once.
 // - A pump grants kQuietPulses progress pulses (platform::QuietPulses) when
 //   the progress window exists, no timer runs and nothing is kept for the
-//   pump: the engine then only
-//   counts them, and the next call here takes the bar to where they left it.
-//   Any other call of the engine through the boundary takes the grant back,
-//   so that the quiet pulses are those of pure computation, microseconds.
+//   pump: the engine then only counts them, and the next call here takes the
+//   bar to where they left it. Any other call of the engine through the
+//   boundary takes the grant back, so that the quiet pulses are those of
+//   pure computation, microseconds.
 // - Common controls are initialised through a run-time lookup, so that a
 //   system without InitCommonControlsEx still starts the engine.
 // - user32.dll and gdi32.dll are loaded at the first call that needs them
