@@ -11,6 +11,7 @@
 #   examples/     the example INI files, each named as its example client
 #                 (examples/basic/files/C/Deploy/migration.ini: examples/basic.ini)
 #   README.md, docs/*.md   the administrator documentation, and each as .html
+#   docs/*.xml    the files the pages give (the Event Forwarding subscription)
 #   SHA256SUMS    the SHA-256 of every other file, as sha256sum writes it
 #
 # <version> is the project's version (CMakeLists.txt), as the build's
@@ -70,6 +71,7 @@ for page in "$root"/docs/*.md; do
   cp "$page" "$stage/docs/"
   to_html "$page" "$stage/docs/$(basename "$page" .md).html"
 done
+cp "$root"/docs/*.xml "$stage/docs/"
 
 (cd "$stage" && find . -type f ! -name SHA256SUMS | sed 's|^\./||' | LC_ALL=C sort |
   xargs sha256sum >SHA256SUMS)

@@ -53,6 +53,7 @@ expected=$(
       echo "docs/$(basename "$page")"
       echo "docs/$(basename "$page" .md).html"
     done
+    for file in "$root"/docs/*.xml; do echo "docs/$(basename "$file")"; done
     for example in "$root"/examples/*/; do echo "examples/$(basename "$example").ini"; done
     echo SHA256SUMS
     sed 's|^|x64/|' "$root/build/build-win64/shipped-files.txt"
