@@ -89,7 +89,7 @@ struct ProgressWindow {
 
 // The functions of user32.dll, found at the first call of any of them.
 struct User32 {
-  HMODULE module = ::LoadLibraryA("user32.dll");
+  HMODULE module = LoadSystemLibrary("user32.dll");
   ZANDOLIN_ENTRY(AdjustWindowRectEx);
   ZANDOLIN_ENTRY(CreateWindowExA);
   ZANDOLIN_ENTRY(DefWindowProcA);
@@ -123,7 +123,7 @@ const User32& User() {
 
 // The functions of gdi32.dll, found at the first call of any of them.
 struct Gdi32 {
-  HMODULE module = ::LoadLibraryA("gdi32.dll");
+  HMODULE module = LoadSystemLibrary("gdi32.dll");
   ZANDOLIN_ENTRY(GetDeviceCaps);
   ZANDOLIN_ENTRY(GetStockObject);
 };
@@ -145,7 +145,7 @@ void InitCommonControlsOnce() {
   static bool done = false;
   if (done) return;
   done = true;
-  HMODULE comctl = ::LoadLibraryA("comctl32.dll");
+  HMODULE comctl = LoadSystemLibrary("comctl32.dll");
   if (!comctl) return;
   typedef BOOL(WINAPI * InitExFn)(const INITCOMMONCONTROLSEX*);
   typedef void(WINAPI * InitFn)();
