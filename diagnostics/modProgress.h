@@ -5,6 +5,8 @@
 #include "diagnostics/frmProgress.h"
 #include "platform/Platform.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <string>
 
 void StartProgress();
@@ -31,6 +33,31 @@ inline void UpdateProgress(const std::string& text) {
     return;
   }
   ShowStatementAndStep(text);
+}
+
+// The bar's value after `steps` steps (at least one) from `value` (0 to 100),
+// as that many NextProgressValue give it.
+inline int ProgressValueAfter(int value, int64_t steps) {
+  return static_cast<int>((value - 1 + steps) % 100) + 1;
+}
+
+// UpdateProgress("") `steps` times, the quiet ones counted in one go: a long
+// loop that does nothing else between some of its pulses counts them and
+// gives them here before it does anything else.
+inline void PulseProgress(int64_t steps) {
+  if (!INIDocument.ShowProgress) return;
+  platform::QuietPulses& pulses = platform::Services().pulses;
+  while (steps > 0) {
+    const int64_t quiet = std::min(steps, pulses.granted - pulses.taken);
+    if (quiet > 0) {
+      pulses.taken += quiet;
+      pulses.value = frmProgress.Value = ProgressValueAfter(frmProgress.Value, quiet);
+      steps -= quiet;
+    } else {
+      ShowStatementAndStep(std::string());
+      --steps;
+    }
+  }
 }
 
 void FinishProgress();

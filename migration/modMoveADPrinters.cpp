@@ -143,10 +143,14 @@ void MigrateADPrinters() {
     bool found = false;
 
     // Every entry is tested, also after a match: each matching entry acts on
-    // its own, in directory order.
+    // its own, in directory order. The pulses of the entries are given at
+    // the next match and at the end (PulseProgress).
+    int64_t pulses = 0;
     for (int j = 1; j <= UBound(gDirectoryPrinters); ++j) {
       const DirectoryPrinter& entry = gDirectoryPrinters[j];
       if (NamesSameQueue(names, j, queue)) {
+        PulseProgress(pulses);
+        pulses = 0;
         WriteDebug(">> Found a printer match <<");
         WriteDebug(">> Printer share names (Client/AD): " + printer.QueueName + " / " +
                    entry.ShareName);
@@ -173,8 +177,9 @@ void MigrateADPrinters() {
           WriteDebug(">> Printer already migrated: " + pieces);
         }
       }
-      UpdateProgress("");
+      ++pulses;
     }
+    PulseProgress(pulses);
 
     if (!found) {
       const std::string pieces = printer.PrinterName + " (" + printer.ServerName + ")";

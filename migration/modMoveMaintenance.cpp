@@ -219,9 +219,13 @@ void PruneADOrphans() {
     const ClientPrinter printer = gClientPrinters[i];
     const FoldedName queue = FoldName(printer.QueueName);
     bool found = false;
+    // The pulses of the entries are given at the next match and at the end.
+    int64_t pulses = 0;
     for (int j = 1; j <= UBound(gDirectoryPrinters); ++j) {
       const DirectoryPrinter& entry = gDirectoryPrinters[j];
       if (NamesSameQueue(names, j, queue)) {
+        PulseProgress(pulses);
+        pulses = 0;
         WriteDebug(">> Found a printer match <<");
         WriteDebug(">> Printer share names (Client/AD): " + printer.QueueName + " \\ " +
                    entry.ShareName);
@@ -236,8 +240,9 @@ void PruneADOrphans() {
           break;
         }
       }
-      UpdateProgress("");
+      ++pulses;
     }
+    PulseProgress(pulses);
     if (!printer.ServerName.empty() && !found && !printer.QueueName.empty()) {
       RemoveNetworkPrinter(printer.ServerName + "\\" + printer.QueueName);
     }

@@ -136,6 +136,50 @@ TEST_F(QuietPulsesTest, NothingDue_EveryStepCountedButFewPumps) {
   EXPECT_EQ(3, counting->pumps);
 }
 
+TEST(ProgressValueAfterTest, IsThatManyNextProgressValues) {
+  for (int value = 0; value <= 100; ++value) {
+    int stepped = value;
+    for (int steps = 1; steps <= 250; ++steps) {
+      stepped = NextProgressValue(stepped);
+      ASSERT_EQ(stepped, ProgressValueAfter(value, steps)) << value << " " << steps;
+    }
+  }
+}
+
+TEST_F(QuietPulsesTest, PulseProgress_AsManyEmptyUpdates_SameStepsValueAndPumps) {
+  Start();
+  PulseProgress(0);
+  EXPECT_EQ(0, counting->pumps);
+  PulseProgress(10000);
+  EXPECT_EQ(1, frmProgress.Value);
+  EXPECT_EQ(json::parse(R"({"shown":true,"labels":["Zandolin starting ..."],"steps":10000,
+      "value":1})"),
+            Progress());
+  EXPECT_EQ(3, counting->pumps);
+  Sys().clock->Now();  // takes the grant back: the next pulse pumps
+  PulseProgress(150);
+  EXPECT_EQ(4, counting->pumps);
+  EXPECT_EQ(51, frmProgress.Value);
+  EXPECT_EQ(10150, Progress()["steps"]);
+}
+
+TEST_F(QuietPulsesTest, PulseProgress_FaultsInjected_EveryStepReachesThePlatform) {
+  machine["faults"] = json::parse(R"([{"call":"MoveProgressBar","skip":499,"times":1}])");
+  Start();
+  PulseProgress(1000);
+  EXPECT_EQ(1000, counting->pumps);
+  EXPECT_EQ(999, Progress()["steps"]);
+  EXPECT_EQ(1001 % 100, frmProgress.Value);
+}
+
+TEST_F(modProgressTest, PulseProgress_ShowProgressFalse_NothingIsLoaded) {
+  Install();
+  INIDocument.ShowProgress = false;
+  PulseProgress(5);
+  EXPECT_FALSE(frmProgress.Loaded);
+  EXPECT_EQ(json::parse(R"({"shown":false,"labels":[],"steps":0,"value":0})"), Progress());
+}
+
 TEST_F(QuietPulsesTest, StatementsAndTheFinish_AlwaysReachThePlatform) {
   Start();
   for (int i = 0; i < 50; ++i) UpdateProgress("");
