@@ -43,7 +43,8 @@ inline int ProgressValueAfter(int value, int64_t steps) {
 
 // UpdateProgress("") `steps` times, the quiet ones counted in one go: a long
 // loop that does nothing else between some of its pulses counts them and
-// gives them here before it does anything else.
+// gives them here before it does anything else. UpdateProgress keeps its own
+// quiet step, which costs less than one step of this.
 inline void PulseProgress(int64_t steps) {
   if (!INIDocument.ShowProgress) return;
   platform::QuietPulses& pulses = platform::Services().pulses;
