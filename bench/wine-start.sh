@@ -27,9 +27,6 @@ fi
 build=$(realpath "$1")
 rounds=${2:-20}
 here=$(cd "$(dirname "$0")" && pwd)
-for tool in wine wineboot wineserver; do
-  command -v "$tool" >/dev/null || { echo "wine-start: $tool is not installed" >&2; exit 2; }
-done
 compiler=$(sed -n 's/^set(CMAKE_CXX_COMPILER "\(.*\)")$/\1/p' \
   "$build"/CMakeFiles/*/CMakeCXXCompiler.cmake 2>/dev/null | head -n 1)
 if [ ! -f "$build/ZandolinEngine.exe" ] || [ -z "$compiler" ]; then
@@ -37,31 +34,13 @@ if [ ! -f "$build/ZandolinEngine.exe" ] || [ -z "$compiler" ]; then
   exit 2
 fi
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/zandolin-bench-start.XXXXXX")
-own_prefix=
-if [ -z "${WINEPREFIX:-}" ] || [ ! -d "$WINEPREFIX" ]; then
-  export WINEPREFIX="$work/prefix"
-  own_prefix=yes
-fi
-export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" LC_ALL=C.UTF-8
-unset DISPLAY WAYLAND_DISPLAY
+source "$here/wine-lib.sh" wine-start BenchStart wine wineboot wineserver
 deploy="$WINEPREFIX/drive_c/BenchStart"
-cleanup() {
-  wineserver -k >/dev/null 2>&1
-  wineserver -w >/dev/null 2>&1
-  rm -rf "$work" "$deploy"
-}
-trap cleanup EXIT
 
 # The link options of ZANDOLIN_WINDOWS_LINK_OPTIONS in CMakeLists.txt.
 "$compiler" -O2 -mwindows -static -static-libgcc -static-libstdc++ -Wl,--file-alignment,4096 \
   "$here/windows/trivial.cpp" -o "$work/trivial.exe" || exit 1
 
-if [ -n "$own_prefix" ]; then
-  echo "Making a Wine prefix in $WINEPREFIX ..."
-  wineboot -i >"$work/wineboot.log" 2>&1
-  wineserver -w
-fi
 wineserver -p >/dev/null 2>&1
 
 rm -rf "$deploy"
