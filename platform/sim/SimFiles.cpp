@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
 #include <sstream>
@@ -43,13 +45,19 @@ bool MatchesPattern(const std::string& name, const std::string& pattern) {
   return pi == p.size();
 }
 
-// The failure for a path that cannot be used, or none.
+// The failure for a path that cannot be used, or none; the numbers are
+// those the Windows errors of each case give (ERROR_INVALID_NAME,
+// ERROR_PATH_NOT_FOUND, ERROR_FILENAME_EXCED_RANGE, ERROR_FILE_NOT_FOUND).
+// The NUL device needs no failure: each operation does nothing there.
 Failure PathFailure(const ResolvedPath& path) {
   switch (path.status) {
-    case ResolvedPath::kOk: return {};
+    case ResolvedPath::kOk:
+    case ResolvedPath::kNullDevice: return {};
     case ResolvedPath::kBadName: return StandardFailure(platform::kErrBadFileNameOrNumber);
     case ResolvedPath::kNoDevice:   // a drive, server or share the client does not have
     case ResolvedPath::kNoDrive: return StandardFailure(platform::kErrPathNotFound);
+    case ResolvedPath::kTooLong: return StandardFailure(platform::kErrPathFileAccess);
+    case ResolvedPath::kNoSuchDevice: return StandardFailure(platform::kErrFileNotFound);
   }
   return {};
 }
@@ -70,7 +78,7 @@ Failure ErrnoFailure(int error) {
 // Checks a file about to be created or changed: its folder exists (drive
 // C:'s own folder is made on demand), it is not a folder, it is writable.
 Failure CheckWritable(Context& c, const ResolvedPath& path) {
-  if (Failure f = PathFailure(path); f.failed()) return f;
+  if (Failure f = PathFailure(path); f.failed() || path.status == ResolvedPath::kNullDevice) return f;
   if (c.IsReadOnly(path.windows)) return StandardFailure(platform::kErrPermissionDenied);
   std::error_code ec;
   if (fs::is_directory(path.host, ec)) return StandardFailure(platform::kErrPathFileAccess);
@@ -90,6 +98,37 @@ Failure FolderNameFailure(Context& c, const std::string& windowsPath) {
   if (path.status == ResolvedPath::kOk && fs::is_directory(path.host, ec))
     return StandardFailure(platform::kErrPathFileAccess);
   return StandardFailure(platform::kErrPathNotFound);
+}
+
+// The replacement of a file is written beside it as ".<name>.<pid>-<n>.new"
+// and then renamed over it. A process killed in between leaves that file
+// behind; the next one to read or write the file removes it, unless the
+// process that wrote it still runs: two engines of one user may replace the
+// file at the same time. A leftover of this very process id is an earlier
+// process's, since a process has no replacement under way when it looks.
+fs::path ReplacementPath(const fs::path& file, unsigned number) {
+  return file.parent_path() /
+         ("." + file.filename().string() + "." + std::to_string(getpid()) + "-" + std::to_string(number) + ".new");
+}
+
+void RemoveStaleReplacements(Context& c, const ResolvedPath& path) {
+  if (path.status != ResolvedPath::kOk || c.IsReadOnly(path.windows)) return;
+  const std::string prefix = "." + path.host.filename().string() + ".";
+  std::error_code ec;
+  for (const fs::directory_entry& entry : fs::directory_iterator(path.host.parent_path(), ec)) {
+    const std::string name = entry.path().filename().string();
+    if (name.size() <= prefix.size() + 4 || name.compare(0, prefix.size(), prefix) != 0 ||
+        name.compare(name.size() - 4, 4, ".new") != 0)
+      continue;
+    const std::string middle = name.substr(prefix.size(), name.size() - prefix.size() - 4);   // <pid>-<n>
+    const size_t dash = middle.find_first_not_of("0123456789");
+    if (dash == 0 || dash == std::string::npos || middle[dash] != '-' || dash + 1 == middle.size() ||
+        middle.find_first_not_of("0123456789", dash + 1) != std::string::npos)
+      continue;
+    const long pid = std::strtol(middle.substr(0, dash).c_str(), nullptr, 10);
+    const bool gone = pid > 0 && (pid == getpid() || (kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH));
+    if (gone) fs::remove(entry.path(), ec);
+  }
 }
 
 bool WriteAll(int fd, const char* data, size_t size, off_t offset, bool positioned) {
@@ -137,6 +176,11 @@ class SimFiles : public platform::Files {
     if (const Fault* f = c.TakeFault("ReadText", windowsPath)) return StandardFailure(f->lastError);
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = PathFailure(path); f.failed()) return f;
+    if (path.status == ResolvedPath::kNullDevice) {
+      content.clear();
+      return {};
+    }
+    RemoveStaleReplacements(c, path);
     std::error_code ec;
     if (fs::is_directory(path.host, ec)) return StandardFailure(platform::kErrPathFileAccess);
     if (!fs::exists(path.host, ec)) {
@@ -156,7 +200,8 @@ class SimFiles : public platform::Files {
     if (const Fault* f = c.TakeFault("AppendText", windowsPath)) return StandardFailure(f->lastError);
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
-    if (Failure f = CheckWritable(c, path); f.failed()) return f;
+    if (Failure f = CheckWritable(c, path); f.failed() || path.status == ResolvedPath::kNullDevice) return f;
+    RemoveStaleReplacements(c, path);
     int fd = open(path.host.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
     if (fd < 0) return ErrnoFailure(errno);
     // One write, so that reports of engines sharing the file do not tear.
@@ -173,11 +218,10 @@ class SimFiles : public platform::Files {
     if (const Fault* f = c.TakeFault("ReplaceText", windowsPath)) return StandardFailure(f->lastError);
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
-    if (Failure f = CheckWritable(c, path); f.failed()) return f;
+    if (Failure f = CheckWritable(c, path); f.failed() || path.status == ResolvedPath::kNullDevice) return f;
+    RemoveStaleReplacements(c, path);
     static std::atomic<unsigned> counter{0};
-    fs::path temp = path.host.parent_path() /
-                    ("." + path.host.filename().string() + "." + std::to_string(getpid()) + "-" +
-                     std::to_string(counter++) + ".new");
+    const fs::path temp = ReplacementPath(path.host, counter++);
     int fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (fd < 0) return ErrnoFailure(errno);
     bool ok = WriteAll(fd, content.data(), content.size(), 0, false);
@@ -202,7 +246,7 @@ class SimFiles : public platform::Files {
     if (const Fault* f = c.TakeFault("WriteBinary", windowsPath)) return StandardFailure(f->lastError);
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
-    if (Failure f = CheckWritable(c, path); f.failed()) return f;
+    if (Failure f = CheckWritable(c, path); f.failed() || path.status == ResolvedPath::kNullDevice) return f;
     int fd = open(path.host.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
     if (fd < 0) return ErrnoFailure(errno);
     bool ok = WriteAll(fd, reinterpret_cast<const char*>(bytes.data()), bytes.size(), 0, true);
@@ -220,19 +264,23 @@ class SimFiles : public platform::Files {
     ResolvedPath from = c.Resolve(source);
     if (Failure f = PathFailure(from); f.failed()) return f;
     std::error_code ec;
-    if (fs::is_directory(from.host, ec)) return StandardFailure(platform::kErrPathFileAccess);
-    if (!fs::exists(from.host, ec)) {
+    const bool fromNul = from.status == ResolvedPath::kNullDevice;
+    if (!fromNul && fs::is_directory(from.host, ec)) return StandardFailure(platform::kErrPathFileAccess);
+    if (!fromNul && !fs::exists(from.host, ec)) {
       return StandardFailure(fs::is_directory(from.host.parent_path(), ec) ? platform::kErrFileNotFound
                                                                            : platform::kErrPathNotFound);
     }
     if (Failure f = FolderNameFailure(c, target); f.failed()) return f;
     ResolvedPath to = c.Resolve(target);
-    if (Failure f = CheckWritable(c, to); f.failed()) return f;
-    std::ifstream in(from.host, std::ios::binary);
-    if (!in) return StandardFailure(platform::kErrPermissionDenied);
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    std::string bytes = buffer.str();
+    if (Failure f = CheckWritable(c, to); f.failed() || to.status == ResolvedPath::kNullDevice) return f;
+    std::string bytes;
+    if (!fromNul) {
+      std::ifstream in(from.host, std::ios::binary);
+      if (!in) return StandardFailure(platform::kErrPermissionDenied);
+      std::stringstream buffer;
+      buffer << in.rdbuf();
+      bytes = buffer.str();
+    }
     int fd = open(to.host.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (fd < 0) return ErrnoFailure(errno);
     bool ok = WriteAll(fd, bytes.data(), bytes.size(), 0, false);
