@@ -9,7 +9,9 @@
 //
 // Exit status 0 when something was printed; 2, with the reason on standard
 // error, for a usage error, a file that cannot be read, an empty file or,
-// without --whole and --end, one that holds no debug log.
+// without --whole and --end, one that holds no debug log. --help and
+// --version print on standard output and exit 0.
+#include "Version.h"
 #include "app/zandolin-debug/DebugFileReader.h"
 
 #include <cerrno>
@@ -28,7 +30,25 @@
 namespace {
 
 constexpr int kUsageError = 2;
-constexpr char kUsage[] = "usage: zandolin-debug [--whole | --end BYTES] FILE\n";
+const char kUsage[] = "usage: zandolin-debug [--whole | --end BYTES] FILE\n";
+
+const char kHelp[] =
+    "usage: zandolin-debug [--whole | --end BYTES] FILE\n"
+    "       zandolin-debug --help | --version\n"
+    "\n"
+    "Prints the engine's debug file FILE (<COMPUTERNAME>.debug, beside the engine)\n"
+    "as readable UTF-8 text on standard output. The file may still hold the tail\n"
+    "of an older, longer run behind the newest log. Where the text shows the\n"
+    "newest run's end clearly, only that run is printed, and standard error says\n"
+    "how many bytes were dropped, how sure the reading is and what the other\n"
+    "readings are; otherwise the whole file is printed, and standard error names\n"
+    "a possible end when there is one.\n"
+    "\n"
+    "  --whole       print the whole file as one log\n"
+    "  --end BYTES   print the log taken as the file's first BYTES bytes\n"
+    "\n"
+    "Exit status: 0 when something was printed; 2, with the reason on standard\n"
+    "error, for a file that cannot be read, is empty or holds no debug log.\n";
 
 int Fail(const std::string& message) {
   std::fprintf(stderr, "zandolin-debug: %s\n", message.c_str());
@@ -111,6 +131,14 @@ int main(int argc, char** argv) {
   std::string path;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
+    if ((arg == "--help" || arg == "-h") && argc == 2) {
+      std::fputs(kHelp, stdout);
+      return 0;
+    }
+    if (arg == "--version" && argc == 2) {
+      std::printf("zandolin-debug %s\n", ZANDOLIN_VERSION);
+      return 0;
+    }
     if (arg == "--whole" && !whole && !end) {
       whole = true;
     } else if (arg == "--end" && !whole && !end && i + 1 < argc) {

@@ -3,6 +3,7 @@
 //
 //   zandolin-sim [MACHINE_DIR] [--cmdline TEXT] [--json] [--report FILE]
 //                [--dry-run] [--limit SECONDS]
+#include "Version.h"
 #include "platform/sim/SimContext.h"
 #include "platform/sim/Simulator.h"
 
@@ -14,7 +15,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <unistd.h>
+#include <random>
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -33,7 +34,13 @@ const char kUsage[] =
     "  --json             print the transcript as JSON instead of the report\n"
     "  --report FILE      also write the JSON transcript to FILE\n"
     "  --dry-run          run on a copy; MACHINE_DIR is left as it was\n"
-    "  --limit SECONDS    wall-clock time before the run counts as stuck (default 120)\n";
+    "  --limit SECONDS    wall-clock time before the run counts as stuck (default 120)\n"
+    "  --help             print this text\n"
+    "  --version          print the version\n"
+    "\n"
+    "The \"ldap\" form of machine.json's directory (a real LDAP server) works in the\n"
+    "Linux build only: the Windows build, zandolin-sim.exe, has no LDAP client for it\n"
+    "and fails the bind as a directory server that does not answer.\n";
 
 struct Options {
   std::optional<fs::path> machineDir;
@@ -90,6 +97,9 @@ Options ParseArguments(int argc, char** argv) {
     } else if (arg == "--help" || arg == "-h") {
       std::cout << kUsage;
       std::exit(0);
+    } else if (arg == "--version") {
+      std::cout << "zandolin-sim " ZANDOLIN_VERSION "\n";
+      std::exit(0);
     } else if (!arg.empty() && arg[0] == '-' && arg != "-") {
       throw UsageError{"unknown option '" + arg + "'"};
     } else if (options.machineDir) {
@@ -122,10 +132,15 @@ std::optional<fs::path> FindExample(const char* argv0) {
   return std::nullopt;
 }
 
+// A folder of its own under the temporary directory, made here.
 fs::path FreshTempFolder() {
-  std::string pattern = (fs::temp_directory_path() / "zandolin-sim-XXXXXX").string();
-  if (!mkdtemp(pattern.data())) throw UsageError{"cannot make a temporary folder"};
-  return fs::path(pattern);
+  std::random_device random;
+  std::error_code ec;
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    fs::path folder = fs::temp_directory_path(ec) / ("zandolin-sim-" + std::to_string(random()));
+    if (fs::create_directory(folder, ec)) return folder;
+  }
+  throw UsageError{"cannot make a temporary folder"};
 }
 
 void CopyFolder(const fs::path& from, const fs::path& to) {

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -95,10 +96,25 @@ struct ProgressRecord {
   int maximum = 100;
 };
 
+// A file a client that keeps its files in memory has written.
+struct MemoryFile {
+  std::filesystem::path host;   // where it would stand under files/
+  std::string bytes;
+};
+
+// What the runs of a client that keeps its files in memory have written,
+// by the upper-case host path: its folder is read and never written.
+struct MemoryDrives {
+  std::map<std::string, MemoryFile> files;
+  std::set<std::string> folders;
+};
+
 struct Context {
   std::filesystem::path folder;   // the client folder (machine.json, files/)
   Machine machine;
   uint32_t lastError = 0;
+  std::optional<MemoryDrives> memory;   // set: the runs write into memory only
+  bool stuckAtOnce = false;             // a wait nothing can end is stuck at once
 
   // Transcript records.
   std::vector<SimPrinter> printersBefore;
@@ -174,6 +190,32 @@ struct Context {
   // and changed, and the engine's report and debug log.
   nlohmann::json Transcript() const;
 };
+
+// The files of the drives by host path, as the run sees them: the client
+// folder and, over it, what a client that keeps its files in memory has
+// written (SimDrives.cpp). Errors are errno values.
+enum class DriveWriteMode {
+  kAppend,     // at the end, creating the file
+  kReplace,    // the whole content in one step (beside, then in its place)
+  kTruncate,   // emptied, then written
+  kFromStart,  // from the first byte, the rest of a longer file kept
+};
+bool DriveIsFolder(const Context& c, const std::filesystem::path& host);
+bool DriveIsFile(const Context& c, const std::filesystem::path& host);
+int DriveRead(const Context& c, const std::filesystem::path& host, std::string& bytes);
+int DriveWrite(Context& c, const std::filesystem::path& host, const std::string& bytes,
+               DriveWriteMode mode);
+// Makes the folder and those above it.
+void DriveMakeFolders(Context& c, const std::filesystem::path& host);
+// A replacement of the file written by a process that was killed before it
+// could move it into place stays behind; the next process that reads or
+// writes the file removes it, unless the process that wrote it still runs
+// (two engines of one user may replace the file at the same time). One of
+// this very process id is an earlier process's, since a process has no
+// replacement under way when it looks.
+void DriveRemoveStaleReplacements(const Context& c, const ResolvedPath& path);
+// The names of the files (not folders) in a folder, in no order.
+std::vector<std::string> DriveFileNames(const Context& c, const std::filesystem::path& folder);
 
 // The context of the client that is installed.
 Context& Current();
