@@ -426,41 +426,34 @@ class HeldOut {
 // number of different units seen after the context).
 class TextModel {
  public:
-  explicit TextModel(const Streams& st) : units_(65536, 0), unitTypes_(65536, 0) {
+  explicit TextModel(const Streams& st) {
     for (const TextOrder& s : {FrontOrder(st), BackOrder(st)}) {
       const Sample sample(s.count);
       for (size_t i = sample.NextFrom(0); i < s.count; i = sample.NextFrom(i + 1)) {
         // The windows that start at unit i.
-        const uint16_t first = s[i];
-        if (units_[first]++ == 0) ++distinctUnits_;
+        uint64_t key = s[i];
+        if (tables_[1].Add(key)) ++distinctUnits_;
         ++total_;
-        uint64_t key = first;
         for (int order = 2; order <= kOrder && i + order <= s.count; ++order) {
           const uint64_t context = key;
           key = Extend(key, s[i + order - 1]);
-          if (!tables_[order].Add(key)) continue;
-          if (order == 2)
-            ++unitTypes_[context];
-          else
-            tables_[order - 1].AddType(context);
+          if (tables_[order].Add(key)) tables_[order - 1].AddType(context);
         }
       }
     }
   }
 
-  uint32_t Count(int order, uint64_t key) const {
-    return order == 1 ? units_[key] : tables_[order].Count(key);
-  }
+  uint32_t Count(int order, uint64_t key) const { return tables_[order].Count(key); }
 
   // The chance of u after the k units of context, without the held-out
   // occurrences.
   double Chance(const uint16_t* context, int k, uint16_t u, const HeldOut& held) const {
-    double p = (Less(units_[u], held.Count(1, u)) + distinctUnits_ * Unseen(u)) /
+    double p = (Less(Count(1, u), held.Count(1, u)) + distinctUnits_ * Unseen(u)) /
                (static_cast<double>(total_) + distinctUnits_);
     for (int len = 1; len <= k && len < kOrder; ++len) {
       const uint64_t h = Pack(context + k - len, len);
       const uint64_t hu = Extend(h, u);
-      const double seenAfter = len == 1 ? unitTypes_[h] : tables_[len].Types(h);
+      const double seenAfter = tables_[len].Types(h);
       const double escape = kEscape * std::max(seenAfter, 1.0);
       p = (Less(Count(len + 1, hu), held.Count(len + 1, hu)) + escape * p) /
           (Less(Count(len, h), held.Count(len, h)) + escape);
@@ -481,7 +474,6 @@ class TextModel {
     return 0.1 / 65000;
   }
 
-  std::vector<uint32_t> units_, unitTypes_;
   uint64_t total_ = 0;
   double distinctUnits_ = 0;
   GramTable tables_[kOrder + 1];
