@@ -1,7 +1,8 @@
 // The INI file: any bytes as the file that LoadINIDocument reads and echoes,
-// on the simulated client (debugging on while the file is read). A number that does not fit 16 bits and a list key
-// with too many pieces end the process by design (FatalError); nothing else
-// may. The load sets AbortStatus exactly when it met a read error.
+// on the simulated client (debugging on while the file is read). A number
+// that does not fit 16 bits and a list key with too many pieces end the
+// process by design (FatalError); nothing else may. The load sets
+// AbortStatus exactly when it met a read error.
 #include "FuzzClient.h"
 
 #include "config/modINIDocument.h"

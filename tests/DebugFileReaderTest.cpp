@@ -151,6 +151,24 @@ TEST(DebugFileReaderTest, DecodeDebugFile_SingleAccentedLetterInTheBackHalf_IsKe
   EXPECT_EQ(0u, decoded.droppedBytes);
 }
 
+void AppendUtf8(std::string& out, uint32_t u) {
+  if (u < 0x80) {
+    out += static_cast<char>(u);
+  } else if (u < 0x800) {
+    out += static_cast<char>(0xC0 | u >> 6);
+    out += static_cast<char>(0x80 | (u & 0x3F));
+  } else if (u < 0x10000) {
+    out += static_cast<char>(0xE0 | u >> 12);
+    out += static_cast<char>(0x80 | (u >> 6 & 0x3F));
+    out += static_cast<char>(0x80 | (u & 0x3F));
+  } else {
+    out += static_cast<char>(0xF0 | u >> 18);
+    out += static_cast<char>(0x80 | (u >> 12 & 0x3F));
+    out += static_cast<char>(0x80 | (u >> 6 & 0x3F));
+    out += static_cast<char>(0x80 | (u & 0x3F));
+  }
+}
+
 // An independent reading of a file whose log length is known: undo the sum,
 // then put every byte back where the interleaving took it from.
 std::string PlainDecode(const std::vector<uint8_t>& file, size_t length) {
@@ -176,21 +194,7 @@ std::string PlainDecode(const std::vector<uint8_t>& file, size_t length) {
       u = 0x10000 + ((u - 0xD800) << 10) + (low - 0xDC00);
       i += 2;
     }
-    if (u < 0x80) {
-      out += static_cast<char>(u);
-    } else if (u < 0x800) {
-      out += static_cast<char>(0xC0 | u >> 6);
-      out += static_cast<char>(0x80 | (u & 0x3F));
-    } else if (u < 0x10000) {
-      out += static_cast<char>(0xE0 | u >> 12);
-      out += static_cast<char>(0x80 | (u >> 6 & 0x3F));
-      out += static_cast<char>(0x80 | (u & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | u >> 18);
-      out += static_cast<char>(0x80 | (u >> 12 & 0x3F));
-      out += static_cast<char>(0x80 | (u >> 6 & 0x3F));
-      out += static_cast<char>(0x80 | (u & 0x3F));
-    }
+    AppendUtf8(out, u);
   }
   return out;
 }
@@ -796,23 +800,7 @@ std::u32string CodePoints(const std::string& utf8) {
 
 std::string Utf8(const std::u32string& text) {
   std::string out;
-  for (char32_t cp : text) {
-    if (cp < 0x80) {
-      out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-      out += static_cast<char>(0xC0 | cp >> 6);
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-      out += static_cast<char>(0xE0 | cp >> 12);
-      out += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | cp >> 18);
-      out += static_cast<char>(0x80 | (cp >> 12 & 0x3F));
-      out += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
-      out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
-  }
+  for (char32_t cp : text) AppendUtf8(out, cp);
   return out;
 }
 
