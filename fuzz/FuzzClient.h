@@ -7,6 +7,7 @@
 #include "platform/sim/SimContext.h"
 #include "platform/sim/Simulator.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
