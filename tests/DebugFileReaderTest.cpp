@@ -1340,6 +1340,21 @@ TEST_F(ZandolinDebugTest, DebugFile_PrintsTheLogAsUtf8) {
   EXPECT_EQ("", err);
 }
 
+// The mutated genuine log that was once read short, as the program reads it.
+TEST_F(ZandolinDebugTest, TaillessLogOnceReadShort_PrintsTheWholeLogWithAndWithoutWhole) {
+  const std::filesystem::path data = std::filesystem::path(ZANDOLIN_SOURCE_DIR) / "tests" / "data" / "debug-reader";
+  std::ifstream text(data / "tailless-read-short.txt", std::ios::binary);
+  const std::string log((std::istreambuf_iterator<char>(text)), std::istreambuf_iterator<char>());
+  ASSERT_EQ(4830u, log.size());
+  const std::string path = (data / "tailless-read-short.debug").string();
+  EXPECT_EQ(0, Run("'" + path + "'"));
+  EXPECT_EQ(log, out);
+  EXPECT_EQ("", err);
+  EXPECT_EQ(0, Run("--whole '" + path + "'"));
+  EXPECT_EQ(log, out);
+  EXPECT_EQ("", err);
+}
+
 TEST_F(ZandolinDebugTest, OlderLongerTail_PrintsTheShorterLogAndSaysHowSureAndWhatElse) {
   Overwritten o = WriteOver(Lines(">> Found networked printer: \\\\OLD\\laser", 40),
                             Lines(">> Added networked printer: \\\\NEW\\laser", 11));
