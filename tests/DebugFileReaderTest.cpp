@@ -2,6 +2,7 @@
 #include "app/zandolin-debug/DebugFileReader.h"
 
 #include "diagnostics/modFileEncoding.h"
+#include "platform/Utf8.h"
 #include "tests/IniFileBuilder.h"
 #include "tests/SimFixture.h"
 
@@ -151,23 +152,7 @@ TEST(DebugFileReaderTest, DecodeDebugFile_SingleAccentedLetterInTheBackHalf_IsKe
   EXPECT_EQ(0u, decoded.droppedBytes);
 }
 
-void AppendUtf8(std::string& out, uint32_t u) {
-  if (u < 0x80) {
-    out += static_cast<char>(u);
-  } else if (u < 0x800) {
-    out += static_cast<char>(0xC0 | u >> 6);
-    out += static_cast<char>(0x80 | (u & 0x3F));
-  } else if (u < 0x10000) {
-    out += static_cast<char>(0xE0 | u >> 12);
-    out += static_cast<char>(0x80 | (u >> 6 & 0x3F));
-    out += static_cast<char>(0x80 | (u & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | u >> 18);
-    out += static_cast<char>(0x80 | (u >> 12 & 0x3F));
-    out += static_cast<char>(0x80 | (u >> 6 & 0x3F));
-    out += static_cast<char>(0x80 | (u & 0x3F));
-  }
-}
+using platform::AppendUtf8;
 
 // An independent reading of a file whose log length is known: undo the sum,
 // then put every byte back where the interleaving took it from.
