@@ -126,15 +126,23 @@ void SetCurrent(Context* context) {
   if (!context) gBlank = Context{};
 }
 
+namespace {
+
+char UpperAsciiChar(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+}  // namespace
+
 std::string UpperAscii(const std::string& text) {
   std::string upper = text;
-  for (char& c : upper)
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  for (char& c : upper) c = UpperAsciiChar(c);
   return upper;
 }
 
 bool SameNoCase(const std::string& a, const std::string& b) {
-  return a.size() == b.size() && UpperAscii(a) == UpperAscii(b);
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i)
+    if (UpperAsciiChar(a[i]) != UpperAsciiChar(b[i])) return false;
+  return true;
 }
 
 void CopyWithNul(char* buffer, const std::string& text) {

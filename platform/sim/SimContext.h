@@ -14,6 +14,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sim {
@@ -203,7 +204,7 @@ enum class DriveWriteMode {
 bool DriveIsFolder(const Context& c, const std::filesystem::path& host);
 bool DriveIsFile(const Context& c, const std::filesystem::path& host);
 int DriveRead(const Context& c, const std::filesystem::path& host, std::string& bytes);
-int DriveWrite(Context& c, const std::filesystem::path& host, const std::string& bytes,
+int DriveWrite(Context& c, const std::filesystem::path& host, std::string_view bytes,
                DriveWriteMode mode);
 // Makes the folder and those above it.
 void DriveMakeFolders(Context& c, const std::filesystem::path& host);

@@ -101,7 +101,7 @@ int Rename(const fs::path& from, const fs::path& to) {
 // Opens with flags and writes all of bytes in as few writes as the system
 // allows (one, as a rule, so that reports of engines sharing a file do not
 // tear).
-int HostWrite(const fs::path& host, const std::string& bytes, int flags) {
+int HostWrite(const fs::path& host, std::string_view bytes, int flags) {
   int fd = OpenForWriting(host, flags);
   if (fd < 0) return errno;
   size_t done = 0;
@@ -122,7 +122,7 @@ int HostWrite(const fs::path& host, const std::string& bytes, int flags) {
 // The new content is written beside the file as ".<name>.<pid>-<n>.new"
 // and then takes its place, so a reader finds either the old file or the
 // new one.
-int HostReplace(const fs::path& host, const std::string& bytes) {
+int HostReplace(const fs::path& host, std::string_view bytes) {
   static int counter = 0;
   fs::path temp = host.parent_path() / ("." + host.filename().string() + "." +
                                         std::to_string(ProcessId()) + "-" + std::to_string(counter++) +
@@ -185,7 +185,7 @@ int DriveRead(const Context& c, const fs::path& host, std::string& bytes) {
   return HostRead(host, bytes);
 }
 
-int DriveWrite(Context& c, const fs::path& host, const std::string& bytes, DriveWriteMode mode) {
+int DriveWrite(Context& c, const fs::path& host, std::string_view bytes, DriveWriteMode mode) {
   if (!c.memory) {
     switch (mode) {
       case DriveWriteMode::kAppend: return HostWrite(host, bytes, kAppendFlags);

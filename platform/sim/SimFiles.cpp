@@ -107,7 +107,7 @@ Failure ReadExisting(const Context& c, const ResolvedPath& path, std::string& by
 }
 
 // Writes a checked file and notes it as written.
-Failure Write(Context& c, const ResolvedPath& path, const std::string& bytes, DriveWriteMode mode) {
+Failure Write(Context& c, const ResolvedPath& path, std::string_view bytes, DriveWriteMode mode) {
   if (path.status == ResolvedPath::kNullDevice) return {};
   if (int error = DriveWrite(c, path.host, bytes, mode); error != 0) return ErrnoFailure(error);
   c.NoteFileWritten(path.windows);
@@ -185,7 +185,8 @@ class SimFiles : public platform::Files {
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = CheckWritable(c, path); f.failed()) return f;
-    return Write(c, path, std::string(bytes.begin(), bytes.end()), DriveWriteMode::kFromStart);
+    const std::string_view view(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    return Write(c, path, view, DriveWriteMode::kFromStart);
   }
 
   Failure FileCopy(const std::string& source, const std::string& target) override {
