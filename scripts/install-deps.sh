@@ -3,16 +3,16 @@
 #
 #   scripts/install-deps.sh run   building zandolin-sim and running an
 #                                 example: compiler, CMake, Ninja, the JSON
-#                                 and LDAP headers, Python and Wine's code
-#                                 page files for the code page tables
+#                                 and LDAP headers
 #   scripts/install-deps.sh       everything the builds and the tests need
 #
 # Runs apt-get update once, and only when something has to be installed.
 set -euo pipefail
 
-run_packages=(g++ cmake ninja-build nlohmann-json3-dev libldap-dev python3 libwine)
+run_packages=(g++ cmake ninja-build nlohmann-json3-dev libldap-dev)
 test_packages=(
   make pkg-config
+  clang libclang-rt-14-dev
   g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils-mingw-w64
   g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32
   wine64 wine
@@ -21,7 +21,6 @@ test_packages=(
   python3 python3-aiosmtpd
   xvfb xdotool imagemagick x11-apps fonts-wine
   osslsigncode openssl zip unzip cmark-gfm
-  clang libclang-rt-14-dev
   chromium
 )
 

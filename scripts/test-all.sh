@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds everything (Linux with sanitizers, Windows x86_64 and i686) and runs
-# every test: the unit and scenario tests, a minute of fuzzing the
-# machine.json reader, then the release package made from the Windows build,
+# every test: the unit and scenario tests, each fuzz target for a few seconds
+# (clang, libFuzzer), then the release package made from the Windows build,
 # and its engine and files under Wine.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -14,8 +14,8 @@ cmake -S "$root" -B "$root/build/linux" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DZAND
 ninja -C "$root/build/linux" -j "$jobs"
 (cd "$root/build/linux" && ctest --output-on-failure -j "$jobs")
 
-echo "== The machine.json reader under libFuzzer, one minute"
-"$root/tests/fuzz/fuzz-machine-json.sh" "$root/build/fuzz" 60
+echo "== Fuzz targets, a few seconds each"
+"$root/scripts/fuzz.sh" 8
 
 echo "== Windows builds"
 "$root/scripts/build-windows.sh" "$root/build"

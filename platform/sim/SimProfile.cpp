@@ -149,9 +149,14 @@ const std::vector<IniSection>& LoadProfileFile(const Context& c, const std::stri
   static const std::vector<IniSection> kNone;
   error = 0;
   ResolvedPath path = c.Resolve(ProfileFilePath(c, fileName));
-  if (path.status != ResolvedPath::kOk && path.status != ResolvedPath::kNoDevice) {
-    error = path.status == ResolvedPath::kBadName ? 123 : ERROR_FILE_NOT_FOUND;   // ERROR_INVALID_NAME
-    return kNone;
+  switch (path.status) {
+    case ResolvedPath::kOk:
+    case ResolvedPath::kNoDevice: break;
+    case ResolvedPath::kNullDevice: return kNone;
+    case ResolvedPath::kBadName: error = 123; return kNone;    // ERROR_INVALID_NAME
+    case ResolvedPath::kTooLong: error = 206; return kNone;    // ERROR_FILENAME_EXCED_RANGE
+    case ResolvedPath::kNoDrive:
+    case ResolvedPath::kNoSuchDevice: error = ERROR_FILE_NOT_FOUND; return kNone;
   }
   if (DriveIsFolder(c, path.host)) {
     error = ERROR_ACCESS_DENIED;
