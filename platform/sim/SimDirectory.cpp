@@ -269,8 +269,9 @@ Failure ServerPrintQueues(const std::string&, const std::string&, std::vector<Di
 
 class SimDirectoryService : public platform::Directory {
  public:
-  Failure BindObject(const std::string& path, std::string& adsPath) override {
+  Failure BindObject(const std::string& ansiPath, std::string& adsPath) override {
     Context& c = Current();
+    const std::string path = FromAnsi(ansiPath);
     if (const Fault* f = c.TakeFault("BindObject", path)) return FaultFailure(*f);
     if (!c.machine.directory) return ServerDown();
     const SimDirectory& directory = *c.machine.directory;
@@ -283,13 +284,14 @@ class SimDirectoryService : public platform::Directory {
     if (directory.ldap) {
       if (Failure f = ServerNamingContext(*directory.ldap, namingContext); f.failed()) return f;
     }
-    adsPath = "LDAP://" + directory.domain + "/" + namingContext;
+    adsPath = ToAnsi("LDAP://" + directory.domain + "/" + namingContext);
     return {};
   }
 
-  Failure Execute(const std::string& commandText, std::vector<DirectoryRow>& rows) override {
+  Failure Execute(const std::string& ansiCommandText, std::vector<DirectoryRow>& rows) override {
     Context& c = Current();
     rows.clear();
+    const std::string commandText = FromAnsi(ansiCommandText);
     if (const Fault* f = c.TakeFault("Execute", commandText)) return FaultFailure(*f);
     std::string path;
     DirectoryPath parsed;
@@ -300,19 +302,26 @@ class SimDirectoryService : public platform::Directory {
     const SimDirectory& directory = *c.machine.directory;
     if (directory.queryError) {
       const DirectoryError& e = *directory.queryError;
-      return {e.number, e.description};
+      return {e.number, ToAnsi(e.description)};
     }
     if (!NamesDomain(directory, parsed.server)) return ServerDown();
 
-    if (directory.ldap) return ServerPrintQueues(*directory.ldap, parsed.objectName, rows);
+    if (directory.ldap) {
+      Failure f = ServerPrintQueues(*directory.ldap, parsed.objectName, rows);
+      for (DirectoryRow& row : rows) {
+        row.name = ToAnsi(row.name);
+        for (std::string& share : row.printShareName) share = ToAnsi(share);
+      }
+      return f;
+    }
 
     if (!SameObjectName(parsed.objectName, directory.namingContext))
       return DirectoryFailure(platform::kWin32DsNoSuchObject);
     for (const PrintQueue& queue : directory.printQueues) {
       DirectoryRow row;
       row.hasName = queue.name.has_value();
-      if (queue.name) row.name = *queue.name;
-      row.printShareName = queue.printShareName;
+      if (queue.name) row.name = ToAnsi(*queue.name);
+      for (const std::string& share : queue.printShareName) row.printShareName.push_back(ToAnsi(share));
       rows.push_back(std::move(row));
     }
     return {};
