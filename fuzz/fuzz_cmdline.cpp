@@ -47,10 +47,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   } catch (const FatalError&) {
     return 0;
   }
-  fuzz::Require(gDebugBuffer.find(">> Command line parameter: " + text + "\r\n") != std::string::npos,
+  // The engine is given the command line in the client's code page.
+  const std::string given = sim::Current().AnsiCodePage().FromUtf8(text);
+  fuzz::Require(gDebugBuffer.find(">> Command line parameter: " + given + "\r\n") != std::string::npos,
                 "the command line is logged as it stands");
-  if (!text.empty()) {
-    std::string unquoted = text;
+  if (!given.empty()) {
+    std::string unquoted = given;
     unquoted.erase(std::remove(unquoted.begin(), unquoted.end(), '"'), unquoted.end());
     fuzz::Require(INIFilePath == unquoted, "the INI path is the command line without its quotes");
   }
