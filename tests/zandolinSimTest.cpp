@@ -100,7 +100,15 @@ TEST_F(ZandolinSimTest, Json_MachineWithoutIni_EndsReturnedWithTheEnginesBox) {
   EXPECT_EQ(keys, (std::vector<std::string>{"ended", "fatal", "stuckIn", "messageBoxes", "progress",
                                             "printersBefore", "printersAfter", "defaultBefore",
                                             "defaultAfter", "spoolerCalls", "eventLogWritten", "sockets",
-                                            "filesWritten", "outcomeText", "debugBuffer"}));
+                                            "filesWritten", "outcomeText", "debugBuffer", "stuckReason",
+                                            "runStatus", "client", "directoryQueries", "eventLogRefused"}));
+  // What the run was served with: the defaults.
+  EXPECT_EQ(t["client"], json::parse(R"({"isAdmin": true,
+      "pointAndPrint": {"RestrictDriverInstallationToAdministrators": 1},
+      "smtp": "network", "directorySizeLimit": null})"));
+  EXPECT_EQ(t["runStatus"], nullptr);
+  EXPECT_EQ(t["stuckReason"], nullptr);
+  EXPECT_FALSE(t.contains("calls"));
   EXPECT_EQ(t["debugBuffer"].get<std::string>().substr(0, 82), std::string(80, '*') + "\r\n");
 }
 
@@ -176,7 +184,9 @@ TEST_F(ZandolinSimTest, ReadableReport_ShowsTheRunInOrder) {
   WriteClientFile("machine.json", R"({"printers": [{"name": "\\\\OLD\\laser", "serverName": "\\\\OLD", "shareName": "laser"}]})");
   Result r = Sim({client.string()});
   ASSERT_EQ(r.status, 0) << r.err;
-  std::vector<std::string> heads = {"Run ended: returned", "Message boxes:", "  [Error] (style 16)",
+  std::vector<std::string> heads = {"User: an administrator", "Run ended: returned",
+                                    "  The engine finished and the process ended.", "Run status recorded: nothing",
+                                    "Message boxes:", "  [Error] (style 16: an OK button, a critical (stop) icon)",
                                     std::string("    ") + kNoIniBox, "Printers before:",
                                     "  \\\\OLD\\laser  (network: server \\\\OLD, share laser)",
                                     "Default printer before: (none)", "Printers after:",

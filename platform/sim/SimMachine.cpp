@@ -1,6 +1,7 @@
 // Reading, validating and writing machine.json.
 #include "platform/sim/SimMachine.h"
 
+#include "platform/sim/SimServices.h"
 #include "platform/sim/Simulator.h"
 
 #include <nlohmann/json.hpp>
@@ -653,6 +654,38 @@ Machine LoadMachine(const fs::path& folder) {
 
 nlohmann::ordered_json MachineToJson(const Machine& m);
 
+nlohmann::json SmtpPeerJson(const SmtpPeer& peer) {
+  switch (peer.mode) {
+    case SmtpPeer::kAccept: return "accept";
+    case SmtpPeer::kSilent: return "silent";
+    case SmtpPeer::kRefuse: break;
+  }
+  return nlohmann::json{{"refuse", peer.refuseStep}};
+}
+
+std::optional<uint32_t> DwordOf(const RegistryValue& value) {
+  const std::vector<uint8_t>& d = value.data;
+  if (value.type != REG_DWORD || d.size() != 4) return std::nullopt;
+  return uint32_t(d[0]) | uint32_t(d[1]) << 8 | uint32_t(d[2]) << 16 | uint32_t(d[3]) << 24;
+}
+
+std::optional<uint32_t> PointAndPrintDword(const Machine& machine, const std::string& name) {
+  for (const auto& [valueName, value] : machine.pointAndPrint) {
+    if (SameNoCase(valueName, name)) return DwordOf(value);
+  }
+  return std::nullopt;
+}
+
+nlohmann::ordered_json PointAndPrintToJson(
+    const std::vector<std::pair<std::string, RegistryValue>>& values) {
+  Json json = Json::object();
+  for (const auto& [name, value] : values) {
+    std::optional<uint32_t> dword = DwordOf(value);
+    json[name] = dword ? Json(*dword) : RegistryValueToJson(value);
+  }
+  return json;
+}
+
 void SaveMachine(const fs::path& folder, const Machine& machine) {
   fs::path file = folder / "machine.json";
   std::string text = MachineToJson(machine).dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
@@ -764,19 +797,8 @@ nlohmann::ordered_json MachineToJson(const Machine& m) {
     faults.push_back(e);
   }
   root["faults"] = faults;
-  Json pointAndPrint = Json::object();
-  for (const auto& [name, value] : m.pointAndPrint) {
-    Json v = RegistryValueToJson(value);
-    pointAndPrint[name] = value.type == REG_DWORD && v.is_object() && v["data"].is_number() ? v["data"] : v;
-  }
-  root["pointAndPrint"] = pointAndPrint;
-  if (m.smtp) {
-    switch (m.smtp->mode) {
-      case SmtpPeer::kAccept: root["smtp"] = "accept"; break;
-      case SmtpPeer::kSilent: root["smtp"] = "silent"; break;
-      case SmtpPeer::kRefuse: root["smtp"] = Json{{"refuse", m.smtp->refuseStep}}; break;
-    }
-  }
+  root["pointAndPrint"] = PointAndPrintToJson(m.pointAndPrint);
+  if (m.smtp) root["smtp"] = Json::parse(SmtpPeerJson(*m.smtp).dump());
   return root;
 }
 

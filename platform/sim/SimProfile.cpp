@@ -258,9 +258,22 @@ class SimProfile : public platform::Profile {
     return GetString(WinIniSections(c.machine), section, key, defaultValue, buffer, size);
   }
 
+  // Windows/device is where Windows NT 4 keeps the default printer: a write
+  // there is a spooler call of the transcript.
   BOOL WriteProfileStringA(LPCSTR section, LPCSTR key, LPCSTR value) override {
     Context& c = Current();
     c.lastError = 0;
+    BOOL result = WriteProfile(c, section, key, value);
+    if (section && key && SameNoCase(TrimProfile(section), "Windows") &&
+        SameNoCase(TrimProfile(key), "device")) {
+      nlohmann::json text = value ? nlohmann::json(value) : nlohmann::json(nullptr);
+      c.RecordSpoolerCall("WriteProfileStringA", nlohmann::json::array({section, key, text}), result);
+    }
+    return result;
+  }
+
+ private:
+  static BOOL WriteProfile(Context& c, LPCSTR section, LPCSTR key, LPCSTR value) {
     if (const Fault* f = c.TakeFault("WriteProfileStringA", ArgText(section)))
       return static_cast<BOOL>(f->result);
     if (!section) return TRUE;   // only flushes the profile

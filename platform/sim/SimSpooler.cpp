@@ -21,6 +21,22 @@ constexpr DWORD kErrorNoMoreItems = 259;
 constexpr DWORD kErrorAlreadyExists = 183;
 constexpr DWORD kErrorNullRefPointer = 1780;   // a required out-pointer is null
 constexpr DWORD kErrorPrinterDeleted = 1905;
+// ERROR_PRINTER_DRIVER_DOWNLOAD_NEEDED, 0x00000BCB: a connection whose driver
+// would have to come from the server, which the Point and Print policy
+// leaves to administrators.
+constexpr DWORD kErrorDriverDownloadNeeded = 3019;
+
+// Access rights of a printer handle.
+constexpr DWORD kDelete = 0x00010000;
+constexpr DWORD kReadControl = 0x00020000;
+constexpr DWORD kMaximumAllowed = 0x02000000;
+constexpr DWORD kGenericAll = 0x10000000;
+constexpr DWORD kGenericExecute = 0x20000000;
+constexpr DWORD kGenericWrite = 0x40000000;
+constexpr DWORD kGenericRead = 0x80000000;
+constexpr DWORD kPrinterAccessUse = 0x00000008;
+// What a local printer's default security grants everyone: print.
+constexpr DWORD kPrinterRead = kReadControl | kPrinterAccessUse;
 
 // An open printer handle: the printer it stands for and the name it was
 // opened with (faults on calls taking the handle match that name).
@@ -28,6 +44,7 @@ struct OpenPrinter {
   const Context* context = nullptr;
   std::string openedName;
   std::string printerName;
+  DWORD access = PRINTER_ALL_ACCESS;   // the rights granted
 };
 
 std::map<uintptr_t, OpenPrinter>& Handles() {
@@ -49,12 +66,24 @@ bool IsConnection(const SimPrinter& p) { return p.serverName && !p.serverName->e
 
 // Handle values are never given twice in a process, so a handle kept from an
 // earlier client never passes for one of a later client.
-uintptr_t NewHandle(Context& c, const std::string& openedName, const std::string& printerName) {
+uintptr_t NewHandle(Context& c, const std::string& openedName, const std::string& printerName,
+                    DWORD access = PRINTER_ALL_ACCESS) {
   static uintptr_t next = 0x5000;
   uintptr_t value = next;
   next += 4;
-  Handles()[value] = OpenPrinter{&c, openedName, printerName};
+  Handles()[value] = OpenPrinter{&c, openedName, printerName, access};
   return value;
+}
+
+// The rights asked for, generic ones mapped to a printer's: null defaults
+// ask for the right to print.
+DWORD AskedAccess(const Context& c, const PRINTER_DEFAULTSA* defaults) {
+  if (!defaults) return kPrinterAccessUse;
+  DWORD asked = defaults->DesiredAccess;
+  if (asked & kGenericAll) asked |= PRINTER_ALL_ACCESS;
+  if (asked & (kGenericRead | kGenericWrite | kGenericExecute)) asked |= kPrinterRead;
+  if (asked & kMaximumAllowed) asked |= c.StandardUser() ? kPrinterRead : PRINTER_ALL_ACCESS;
+  return asked & ~(kGenericAll | kGenericRead | kGenericWrite | kGenericExecute | kMaximumAllowed);
 }
 
 // The open handle behind printer, or null when it is not one of this
@@ -139,13 +168,34 @@ bool SplitConnectionName(const std::string& name, std::string& server, std::stri
   return true;
 }
 
-bool ServerHasQueue(const Context& c, const std::string& server, const std::string& queue) {
+const ServerQueue* FindQueue(const Context& c, const std::string& server, const std::string& queue) {
   for (const auto& [serverName, printServer] : c.machine.printServers) {
     if (!SameNoCase(serverName, server)) continue;
     for (const ServerQueue& q : printServer.queues)
-      if (SameNoCase(q.name, queue)) return true;
+      if (SameNoCase(q.name, queue)) return &q;
   }
+  return nullptr;
+}
+
+bool DriverInstalled(const Context& c, const std::string& name) {
+  for (const std::string& driver : c.machine.drivers)
+    if (SameNoCase(driver, name)) return true;
   return false;
+}
+
+// Whether the Point and Print policy keeps this user from installing a
+// server's driver with a connection. Since Windows Vista; since August 2021
+// RestrictDriverInstallationToAdministrators (absent counts as 1) leaves it to
+// administrators. At 0 the Point and Print Restrictions decide: switched off
+// (Restricted 0) or with NoWarningNoElevationOnInstall 1 a user installs
+// without a word; otherwise Windows asks for an administrator's consent,
+// which a standard user cannot give.
+bool DriverInstallRefused(const Context& c) {
+  const Machine& m = c.machine;
+  if (!c.StandardUser() || m.majorVersion < 6) return false;
+  if (PointAndPrintDword(m, "RestrictDriverInstallationToAdministrators").value_or(1) != 0) return true;
+  if (PointAndPrintDword(m, "Restricted") == 0u) return false;
+  return PointAndPrintDword(m, "NoWarningNoElevationOnInstall").value_or(0) != 1;
 }
 
 // The strings of one PRINTER_INFO_2A record in member order; nullopt is a
@@ -240,7 +290,12 @@ class SimSpooler : public platform::Spooler {
     // A null name stands for the local print server, which is not modelled.
     SimPrinter* p = printerName ? FindPrinter(c, printerName) : nullptr;
     if (!p) return Fail(c, ERROR_INVALID_PRINTER_NAME);
-    *printer = reinterpret_cast<HANDLE>(NewHandle(c, printerName, p->name));
+    DWORD access = AskedAccess(c, defaults);
+    // A local printer grants a standard user the right to print and no more;
+    // a connection's rights are its server's.
+    if (c.StandardUser() && !IsConnection(*p) && (access & ~kPrinterRead))
+      return Fail(c, ERROR_ACCESS_DENIED);
+    *printer = reinterpret_cast<HANDLE>(NewHandle(c, printerName, p->name, access));
     return TRUE;
   }
 
@@ -454,13 +509,20 @@ class SimSpooler : public platform::Spooler {
     if (const Fault* f = c.TakeFault("AddPrinterConnectionA", name))
       return static_cast<BOOL>(f->result);
     std::string server, queue;
-    if (!SplitConnectionName(name, server, queue) || !ServerHasQueue(c, server, queue))
-      return Fail(c, ERROR_INVALID_PRINTER_NAME);
+    const ServerQueue* q = nullptr;
+    if (SplitConnectionName(name, server, queue)) q = FindQueue(c, server, queue);
+    if (!q) return Fail(c, ERROR_INVALID_PRINTER_NAME);
     if (FindPrinter(c, name)) return TRUE;
+    // A driver the client lacks comes from the server with the connection.
+    if (q->driver && !DriverInstalled(c, *q->driver)) {
+      if (DriverInstallRefused(c)) return Fail(c, kErrorDriverDownloadNeeded);
+      c.machine.drivers.push_back(*q->driver);
+    }
     SimPrinter p;
     p.name = name;
     p.serverName = "\\\\" + server;
     p.shareName = queue;
+    if (q->driver) p.driverName = *q->driver;
     c.machine.printers.push_back(p);
     return TRUE;
   }
@@ -480,6 +542,9 @@ class SimSpooler : public platform::Spooler {
     if (const Fault* f = c.TakeFault("DeletePrinter", opened)) return static_cast<BOOL>(f->result);
     SimPrinter* p = nullptr;
     if (DWORD error = PrinterOf(c, printer, p)) return Fail(c, error);
+    // The NT family deletes only through a handle opened with the right to.
+    if (c.machine.platformId == 2 && !(FindHandle(c, printer)->access & kDelete))
+      return Fail(c, ERROR_ACCESS_DENIED);
     RemovePrinter(c, p);
     return TRUE;
   }
@@ -491,8 +556,8 @@ class SimSpooler : public platform::Spooler {
       return static_cast<BOOL>(f->result);
     if (level != 2) return Fail(c, kErrorInvalidLevel);
     if (!driverInfo || !info.pName || !*info.pName) return Fail(c, ERROR_INVALID_PARAMETER);
-    for (const std::string& driver : c.machine.drivers)
-      if (SameNoCase(driver, info.pName)) return Fail(c, ERROR_PRINTER_DRIVER_ALREADY_INSTALLED);
+    if (c.StandardUser()) return Fail(c, ERROR_ACCESS_DENIED);
+    if (DriverInstalled(c, info.pName)) return Fail(c, ERROR_PRINTER_DRIVER_ALREADY_INSTALLED);
     c.machine.drivers.push_back(info.pName);
     return TRUE;
   }
@@ -504,13 +569,11 @@ class SimSpooler : public platform::Spooler {
       return reinterpret_cast<HANDLE>(static_cast<uintptr_t>(f->result));
     if (level != 2) return FailHandle(c, kErrorInvalidLevel);
     if (!printerInfo) return FailHandle(c, ERROR_INVALID_PARAMETER);
+    if (c.StandardUser()) return FailHandle(c, ERROR_ACCESS_DENIED);
     std::string printerName = ArgText(info.pPrinterName);
     if (printerName.empty()) return FailHandle(c, ERROR_INVALID_PRINTER_NAME);
     if (FindPrinter(c, printerName)) return FailHandle(c, ERROR_PRINTER_ALREADY_EXISTS);
-    bool driverKnown = false;
-    for (const std::string& driver : c.machine.drivers)
-      driverKnown = driverKnown || SameNoCase(driver, ArgText(info.pDriverName));
-    if (!driverKnown) return FailHandle(c, ERROR_UNKNOWN_PRINTER_DRIVER);
+    if (!DriverInstalled(c, ArgText(info.pDriverName))) return FailHandle(c, ERROR_UNKNOWN_PRINTER_DRIVER);
     bool portKnown = false;
     for (const std::string& port : c.machine.ports)
       portKnown = portKnown || SameNoCase(port, ArgText(info.pPortName));
@@ -539,6 +602,7 @@ class SimSpooler : public platform::Spooler {
       return static_cast<BOOL>(f->result);
     std::string port = ArgText(monitorName);
     if (port.empty()) return Fail(c, ERROR_INVALID_PARAMETER);
+    if (c.StandardUser()) return Fail(c, ERROR_ACCESS_DENIED);
     for (const std::string& existing : c.machine.ports)
       if (SameNoCase(existing, port)) return Fail(c, kErrorAlreadyExists);
     c.machine.ports.push_back(port);

@@ -175,53 +175,57 @@ class SimSystem : public platform::System {
     return c.CurrentDir();
   }
 
-  // The client's ANSI code page is UTF-8; a byte that does not start a
-  // valid UTF-8 sequence stands for the code point of its value.
   std::u16string AnsiToUtf16(const std::string& text) override {
     Context& c = Current();
     if (c.TakeFault("AnsiToUtf16", std::string())) return u"";
-    // A UTF-8 sequence never gives more UTF-16 units than it has bytes.
-    std::u16string out(text.size(), u'\0');
-    char16_t* o = out.data();
-    const size_t size = text.size();
-    size_t i = 0;
-    while (i < size) {
-      unsigned char b = static_cast<unsigned char>(text[i]);
-      if (b < 0x80) {
-        *o++ = static_cast<char16_t>(b);
-        ++i;
-        continue;
-      }
-      size_t n = (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2 : (b & 0xF8) == 0xF0 ? 3 : 0;
-      uint32_t cp = n == 1 ? (b & 0x1Fu) : n == 2 ? (b & 0x0Fu) : (b & 0x07u);
-      bool valid = n > 0 && i + n < size;
-      for (size_t j = 1; valid && j <= n; ++j) {
-        unsigned char cont = static_cast<unsigned char>(text[i + j]);
-        if ((cont & 0xC0) != 0x80) valid = false;
-        else cp = cp << 6 | (cont & 0x3Fu);
-      }
-      static const uint32_t kMin[] = {0, 0x80, 0x800, 0x10000};
-      if (valid && (cp < kMin[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))) valid = false;
-      if (!valid) {
-        *o++ = static_cast<char16_t>(b);
-        ++i;
-        continue;
-      }
-      if (cp >= 0x10000) {
-        cp -= 0x10000;
-        *o++ = static_cast<char16_t>(0xD800 + (cp >> 10));
-        *o++ = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
-      } else {
-        *o++ = static_cast<char16_t>(cp);
-      }
-      i += n + 1;
-    }
-    out.resize(static_cast<size_t>(o - out.data()));
-    return out;
+    return Utf16FromAnsi(text);
   }
 };
 
 }  // namespace
+
+// The client's ANSI code page is UTF-8; a byte that does not start a
+// valid UTF-8 sequence stands for the code point of its value.
+std::u16string Utf16FromAnsi(const std::string& text) {
+  // A UTF-8 sequence never gives more UTF-16 units than it has bytes.
+  std::u16string out(text.size(), u'\0');
+  char16_t* o = out.data();
+  const size_t size = text.size();
+  size_t i = 0;
+  while (i < size) {
+    unsigned char b = static_cast<unsigned char>(text[i]);
+    if (b < 0x80) {
+      *o++ = static_cast<char16_t>(b);
+      ++i;
+      continue;
+    }
+    size_t n = (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2 : (b & 0xF8) == 0xF0 ? 3 : 0;
+    uint32_t cp = n == 1 ? (b & 0x1Fu) : n == 2 ? (b & 0x0Fu) : (b & 0x07u);
+    bool valid = n > 0 && i + n < size;
+    for (size_t j = 1; valid && j <= n; ++j) {
+      unsigned char cont = static_cast<unsigned char>(text[i + j]);
+      if ((cont & 0xC0) != 0x80) valid = false;
+      else cp = cp << 6 | (cont & 0x3Fu);
+    }
+    static const uint32_t kMin[] = {0, 0x80, 0x800, 0x10000};
+    if (valid && (cp < kMin[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))) valid = false;
+    if (!valid) {
+      *o++ = static_cast<char16_t>(b);
+      ++i;
+      continue;
+    }
+    if (cp >= 0x10000) {
+      cp -= 0x10000;
+      *o++ = static_cast<char16_t>(0xD800 + (cp >> 10));
+      *o++ = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
+    } else {
+      *o++ = static_cast<char16_t>(cp);
+    }
+    i += n + 1;
+  }
+  out.resize(static_cast<size_t>(o - out.data()));
+  return out;
+}
 
 platform::System& SystemService() {
   static SimSystem service;

@@ -51,6 +51,7 @@ class SimClient : public Client {
     } catch (const StuckError& stuck) {
       context_.ended = "stuck";
       context_.stuckIn = stuck.why;
+      context_.stuckReason = stuck.plain.empty() ? context_.PlainStuckReason() : stuck.plain;
     }
     return Transcript();
   }
@@ -64,7 +65,9 @@ class SimClient : public Client {
     SetCurrent(&context_);
     context_.BeginRun(options.limitSeconds);
     context_.commandLine = options.commandLine;
-    platform::SetServices(SimulatedServices());
+    context_.defaultPeer = options.defaultSmtpPeer;
+    context_.tracing = options.trace;
+    platform::SetServices(options.trace ? TracedServices(SimulatedServices()) : SimulatedServices());
   }
 
   Context context_;

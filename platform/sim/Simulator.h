@@ -3,10 +3,13 @@
 // engine through the platform boundary.
 #pragma once
 
+#include "platform/sim/SimMachine.h"
+
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace sim {
@@ -20,6 +23,9 @@ struct MachineError {
 struct RunOptions {
   std::string commandLine;     // the engine's command line, untouched
   double limitSeconds = 120;   // wall-clock time before the run is stuck
+  // The SMTP peer played when machine.json names none; none: real sockets.
+  std::optional<SmtpPeer> defaultSmtpPeer;
+  bool trace = false;          // record every call of the boundary (calls)
 };
 
 class Client {
