@@ -65,7 +65,8 @@ int main() {
                   {"directory",
                    {{"domain", "corp.example.com"},
                     {"namingContext", "DC=corp,DC=example,DC=com"},
-                    {"printQueues", queues}}}};
+                    {"printQueues", queues},
+                    {"sizeLimit", 0}}}};   // no size limit: the whole list
   bench::WriteMachine(folder, machine);
 
   const std::string ini =

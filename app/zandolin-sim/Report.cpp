@@ -135,13 +135,41 @@ void PrintMessageBoxes(std::ostream& out, const json& boxes) {
   }
 }
 
-// The add the engine made just before a removal: its name and result.
-const json* AddBefore(const json& calls, size_t removal) {
-  if (removal == 0) return nullptr;
-  const json& call = calls[removal - 1];
-  const std::string name = call["call"].get<std::string>();
-  if (name != "AddPrinterConnectionA" && name != "AddPrinterA") return nullptr;
-  return &call;
+// "error N" and, for the spooler's usual refusals, what it means.
+std::string ErrorWords(int64_t error) {
+  static const std::map<int64_t, const char*> kMeaning = {
+      {5, "access denied"},
+      {1796, "the port is unknown"},
+      {1797, "the driver is unknown"},
+      {1801, "no such printer on the server"},
+      {1802, "the printer exists already"},
+      {3019, "the server's driver would have to be installed, which the Point and Print policy leaves to "
+             "administrators"}};
+  auto it = kMeaning.find(error);
+  return "error " + std::to_string(error) + (it == kMeaning.end() ? "" : std::string(": ") + it->second);
+}
+
+// The printer the engine moved an old one to, by its own "Migrating: OLD to
+// NEW" lines; empty when it moved none.
+std::string MovedTo(const std::string& outcome, const std::string& oldName) {
+  const std::string head = "Migrating: " + oldName + " to ";
+  std::string target;
+  for (size_t at = outcome.find("Migrating: "); at != std::string::npos; at = outcome.find("Migrating: ", at + 1)) {
+    size_t eol = outcome.find('\r', at);
+    std::string line = outcome.substr(at, eol == std::string::npos ? std::string::npos : eol - at);
+    if (line.size() > head.size() && SameName(line.substr(0, head.size()), head)) target = line.substr(head.size());
+  }
+  return target;
+}
+
+// The last AddPrinterConnectionA of that name, or null.
+const json* LastAdd(const json& calls, const std::string& name) {
+  const json* found = nullptr;
+  for (const json& call : calls)
+    if (call["call"] == "AddPrinterConnectionA" && call["args"][0].is_string() &&
+        SameName(call["args"][0].get<std::string>(), name))
+      found = &call;
+  return found;
 }
 
 // Each removed printer and what took its place, the added printers, and
@@ -152,33 +180,19 @@ void PrintChanges(std::ostream& out, const json& t) {
       if (SameName(p["name"].get<std::string>(), name)) return true;
     return false;
   };
-  const json& calls = t["spoolerCalls"];
   std::vector<std::string> removed;
   for (const json& p : t["printersBefore"])
     if (!has(t["printersAfter"], p["name"].get<std::string>())) removed.push_back(p["name"].get<std::string>());
   out << "Printers removed:" << (removed.empty() ? " none\n" : "\n");
   for (const std::string& name : removed) {
-    // The engine adds the new printer, then removes the old one.
-    const json* add = nullptr;
-    for (size_t i = 0; i < calls.size(); ++i) {
-      const json& call = calls[i];
-      const std::string what = call["call"].get<std::string>();
-      if ((what == "DeletePrinterConnectionA" || what == "DeletePrinter") && call["result"] != 0 &&
-          !call["args"].empty() && call["args"][0].is_string() && SameName(call["args"][0], name))
-        add = AddBefore(calls, i);
-    }
+    const std::string target = MovedTo(t["outcomeText"].get<std::string>(), name);
+    const json* add = target.empty() ? nullptr : LastAdd(t["spoolerCalls"], target);
     out << "  " << name << ": ";
-    if (!add) {
-      out << "removed with no replacement\n";
-      continue;
-    }
-    const std::string added = (*add)["call"] == "AddPrinterA" ? (*add)["args"][2].get<std::string>()
-                                                                : (*add)["args"][0].get<std::string>();
-    if ((*add)["result"] != 0)
-      out << "replaced by " << added << "\n";
+    if (!add) out << "removed with no replacement\n";
+    else if ((*add)["result"] != 0) out << "replaced by " << target << "\n";
     else
-      out << "removed with no replacement: " << added << " could not be added (error "
-          << (*add)["lastError"].get<int64_t>() << ")\n";
+      out << "removed with no replacement: " << target << " could not be added ("
+          << ErrorWords((*add)["lastError"].get<int64_t>()) << ")\n";
   }
   std::vector<std::string> added;
   for (const json& p : t["printersAfter"])
@@ -273,8 +287,10 @@ void PrintOpenHandles(std::ostream& out, const json& calls) {
       } else if (name == "RegisterEventSourceA" && call.contains("result") && !call["result"].is_null()) {
         handle = call["result"];
         what = "event source " + (args[1].is_null() ? std::string() : args[1].get<std::string>());
-      } else if ((name == "ClosePrinter" || name == "RegCloseKey" || name == "DeregisterEventSource") &&
-                 args[0].is_string()) {
+      } else if ((name == "ClosePrinter" || name == "DeregisterEventSource") && args[0].is_string() &&
+                 call.value("result", 0) != 0) {
+        open.erase(args[0].get<std::string>());
+      } else if (name == "RegCloseKey" && args[0].is_string() && call.value("result", 1) == 0) {
         open.erase(args[0].get<std::string>());
       }
       if (handle.is_string() && !open.count(handle.get<std::string>())) {
