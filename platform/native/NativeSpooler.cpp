@@ -8,12 +8,15 @@
 // Rules of this file:
 // - Each Win32-named method calls SetLastError(0) and then the real call with
 //   the same arguments; GetLastError() afterwards is that call's own.
+// - winspool.drv is loaded at the first spooler call (NativeLibraries.h). A
+//   method takes its function before it clears the last error: loading the
+//   library may leave a last error of its own.
 // - GetDefaultPrinterA and SetDefaultPrinterA exist only from Windows 2000
-//   on: they are resolved in winspool.drv at run time and fail with
-//   ERROR_CALL_NOT_IMPLEMENTED where they are missing.
+//   on: where they are missing they fail with ERROR_CALL_NOT_IMPLEMENTED.
 //
 //===----------------------------------------------------------------------===//
 
+#include "platform/native/NativeLibraries.h"
 #include "platform/native/NativeServices.h"
 
 #include <windows.h>
@@ -25,24 +28,40 @@ namespace platform::native {
 
 namespace {
 
-typedef BOOL(WINAPI* GetDefaultPrinterAFn)(LPSTR, LPDWORD);
-typedef BOOL(WINAPI* SetDefaultPrinterAFn)(LPCSTR);
+// The functions of winspool.drv, found at the first call of any of them.
+struct Winspool {
+  HMODULE module = ::LoadLibraryA("winspool.drv");
+  ZANDOLIN_ENTRY(OpenPrinterA);
+  ZANDOLIN_ENTRY(ClosePrinter);
+  ZANDOLIN_ENTRY(GetPrinterA);
+  ZANDOLIN_ENTRY(SetPrinterA);
+  ZANDOLIN_ENTRY(EnumPrintersA);
+  ZANDOLIN_ENTRY(GetDefaultPrinterA);  // Windows 2000 on
+  ZANDOLIN_ENTRY(SetDefaultPrinterA);  // Windows 2000 on
+  ZANDOLIN_ENTRY(AddPrinterConnectionA);
+  ZANDOLIN_ENTRY(DeletePrinterConnectionA);
+  ZANDOLIN_ENTRY(DeletePrinter);
+  ZANDOLIN_ENTRY(AddPrinterDriverA);
+  ZANDOLIN_ENTRY(AddPrinterA);
+  ZANDOLIN_ENTRY(AddPortA);
+};
 
-void* SpoolerEntry(const char* name) {
-  static HMODULE module = ::LoadLibraryA("winspool.drv");
-  return module ? reinterpret_cast<void*>(::GetProcAddress(module, name)) : nullptr;
+const Winspool& WinspoolFunctions() {
+  static const Winspool functions;
+  return functions;
 }
 
 // One EnumPrintersA at the given level into a buffer of the size it asks
 // for; false when the list cannot be had.
 bool EnumerateUserPrinters(DWORD level, std::vector<BYTE>& buffer, DWORD& count) {
   const DWORD flags = PRINTER_ENUM_LOCAL | PRINTER_ENUM_CONNECTIONS;
+  const auto enumPrinters = WinspoolFunctions().EnumPrintersA;
   for (int attempt = 0; attempt < 4; ++attempt) {
     DWORD needed = 0;
     count = 0;
     BYTE* data = buffer.empty() ? nullptr : buffer.data();
-    if (::EnumPrintersA(flags, nullptr, level, data, static_cast<DWORD>(buffer.size()), &needed,
-                        &count))
+    if (enumPrinters(flags, nullptr, level, data, static_cast<DWORD>(buffer.size()), &needed,
+                     &count))
       return true;
     if (::GetLastError() != ERROR_INSUFFICIENT_BUFFER || needed <= buffer.size()) return false;
     buffer.assign(needed, 0);  // the list may grow between the calls: ask again
@@ -73,68 +92,71 @@ class NativeSpooler final : public Spooler {
   }
 
   BOOL OpenPrinterA(LPSTR printerName, HANDLE* printer, PRINTER_DEFAULTSA* defaults) override {
+    const auto call = WinspoolFunctions().OpenPrinterA;
     ::SetLastError(0);
-    return ::OpenPrinterA(printerName, printer, defaults);
+    return call(printerName, printer, defaults);
   }
   BOOL ClosePrinter(HANDLE printer) override {
+    const auto call = WinspoolFunctions().ClosePrinter;
     ::SetLastError(0);
-    return ::ClosePrinter(printer);
+    return call(printer);
   }
   BOOL GetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD size,
                    LPDWORD needed) override {
+    const auto call = WinspoolFunctions().GetPrinterA;
     ::SetLastError(0);
-    return ::GetPrinterA(printer, level, buffer, size, needed);
+    return call(printer, level, buffer, size, needed);
   }
   BOOL SetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD command) override {
+    const auto call = WinspoolFunctions().SetPrinterA;
     ::SetLastError(0);
-    return ::SetPrinterA(printer, level, buffer, command);
+    return call(printer, level, buffer, command);
   }
   BOOL EnumPrintersA(DWORD flags, LPSTR name, DWORD level, LPBYTE buffer, DWORD size,
                      LPDWORD needed, LPDWORD returned) override {
+    const auto call = WinspoolFunctions().EnumPrintersA;
     ::SetLastError(0);
-    return ::EnumPrintersA(flags, name, level, buffer, size, needed, returned);
+    return call(flags, name, level, buffer, size, needed, returned);
   }
   BOOL GetDefaultPrinterA(LPSTR buffer, LPDWORD size) override {
-    static auto fn = reinterpret_cast<GetDefaultPrinterAFn>(SpoolerEntry("GetDefaultPrinterA"));
+    const auto call = WinspoolFunctions().GetDefaultPrinterA;
     ::SetLastError(0);
-    if (!fn) {
-      ::SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
-      return FALSE;
-    }
-    return fn(buffer, size);
+    return call(buffer, size);
   }
   BOOL SetDefaultPrinterA(LPCSTR printerName) override {
-    static auto fn = reinterpret_cast<SetDefaultPrinterAFn>(SpoolerEntry("SetDefaultPrinterA"));
+    const auto call = WinspoolFunctions().SetDefaultPrinterA;
     ::SetLastError(0);
-    if (!fn) {
-      ::SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
-      return FALSE;
-    }
-    return fn(printerName);
+    return call(printerName);
   }
   BOOL AddPrinterConnectionA(LPSTR name) override {
+    const auto call = WinspoolFunctions().AddPrinterConnectionA;
     ::SetLastError(0);
-    return ::AddPrinterConnectionA(name);
+    return call(name);
   }
   BOOL DeletePrinterConnectionA(LPSTR name) override {
+    const auto call = WinspoolFunctions().DeletePrinterConnectionA;
     ::SetLastError(0);
-    return ::DeletePrinterConnectionA(name);
+    return call(name);
   }
   BOOL DeletePrinter(HANDLE printer) override {
+    const auto call = WinspoolFunctions().DeletePrinter;
     ::SetLastError(0);
-    return ::DeletePrinter(printer);
+    return call(printer);
   }
   BOOL AddPrinterDriverA(LPSTR name, DWORD level, LPBYTE driverInfo) override {
+    const auto call = WinspoolFunctions().AddPrinterDriverA;
     ::SetLastError(0);
-    return ::AddPrinterDriverA(name, level, driverInfo);
+    return call(name, level, driverInfo);
   }
   HANDLE AddPrinterA(LPSTR name, DWORD level, LPBYTE printerInfo) override {
+    const auto call = WinspoolFunctions().AddPrinterA;
     ::SetLastError(0);
-    return ::AddPrinterA(name, level, printerInfo);
+    return call(name, level, printerInfo);
   }
   BOOL AddPortA(LPSTR name, HWND window, LPSTR monitorName) override {
+    const auto call = WinspoolFunctions().AddPortA;
     ::SetLastError(0);
-    return ::AddPortA(name, window, monitorName);
+    return call(name, window, monitorName);
   }
 };
 

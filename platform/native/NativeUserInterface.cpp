@@ -29,9 +29,13 @@
 //   at those paints too; its settings (start, finish) are applied at once.
 // - Common controls are initialised through a run-time lookup, so that a
 //   system without InitCommonControlsEx still starts the engine.
+// - user32.dll and gdi32.dll are loaded at the first call that needs them
+//   (NativeLibraries.h): a run without a window, a timer, a socket or a box
+//   loads neither.
 //
 //===----------------------------------------------------------------------===//
 
+#include "platform/native/NativeLibraries.h"
 #include "platform/native/NativeServices.h"
 
 #include <windows.h>
@@ -75,6 +79,52 @@ struct ProgressWindow {
   int pendingValue = 0;
   bool invalidated = false;  // marked for the next paint round already
 };
+
+// The functions of user32.dll, found at the first call of any of them.
+struct User32 {
+  HMODULE module = ::LoadLibraryA("user32.dll");
+  ZANDOLIN_ENTRY(AdjustWindowRectEx);
+  ZANDOLIN_ENTRY(CreateWindowExA);
+  ZANDOLIN_ENTRY(DefWindowProcA);
+  ZANDOLIN_ENTRY(DestroyWindow);
+  ZANDOLIN_ENTRY(DispatchMessageA);
+  ZANDOLIN_ENTRY(GetDC);
+  ZANDOLIN_ENTRY(GetSystemMetrics);
+  ZANDOLIN_ENTRY(InvalidateRect);
+  ZANDOLIN_ENTRY(KillTimer);
+  ZANDOLIN_ENTRY(LoadCursorA);
+  ZANDOLIN_ENTRY(MessageBoxA);
+  ZANDOLIN_ENTRY(MsgWaitForMultipleObjects);
+  ZANDOLIN_ENTRY(PeekMessageA);
+  ZANDOLIN_ENTRY(RegisterClassA);
+  ZANDOLIN_ENTRY(ReleaseDC);
+  ZANDOLIN_ENTRY(SendMessageA);
+  ZANDOLIN_ENTRY(SetForegroundWindow);
+  ZANDOLIN_ENTRY(SetTimer);
+  ZANDOLIN_ENTRY(SetWindowTextA);
+  ZANDOLIN_ENTRY(ShowWindow);
+  ZANDOLIN_ENTRY(TranslateMessage);
+  // Windows 98 and 2000 on; null before.
+  decltype(&::MsgWaitForMultipleObjectsEx) MsgWaitForMultipleObjectsEx =
+      FindEntry<decltype(&::MsgWaitForMultipleObjectsEx)>(module, "MsgWaitForMultipleObjectsEx");
+};
+
+const User32& User() {
+  static const User32 functions;
+  return functions;
+}
+
+// The functions of gdi32.dll, found at the first call of any of them.
+struct Gdi32 {
+  HMODULE module = ::LoadLibraryA("gdi32.dll");
+  ZANDOLIN_ENTRY(GetDeviceCaps);
+  ZANDOLIN_ENTRY(GetStockObject);
+};
+
+const Gdi32& Gdi() {
+  static const Gdi32 functions;
+  return functions;
+}
 
 HINSTANCE Instance() { return ::GetModuleHandleA(nullptr); }
 
@@ -122,7 +172,7 @@ class NativeUserInterface final : public UserInterface {
     // The box's own loop paints the progress window while it waits: let the
     // bar stand where the engine has put it.
     ApplyPendingBarMove();
-    return ::MessageBoxA(nullptr, text.c_str(), title.c_str(), style | MB_SETFOREGROUND);
+    return User().MessageBoxA(nullptr, text.c_str(), title.c_str(), style | MB_SETFOREGROUND);
   }
 
   // A caller that has done nothing through the boundary since its last pump
@@ -165,16 +215,16 @@ class NativeUserInterface final : public UserInterface {
     slot.enabled = enabled;
     HWND window = MessageWindow();
     if (enabled && slot.intervalMs > 0 && window)
-      ::SetTimer(window, static_cast<UINT_PTR>(timer), slot.intervalMs, nullptr);
+      User().SetTimer(window, static_cast<UINT_PTR>(timer), slot.intervalMs, nullptr);
     else if (window)
-      ::KillTimer(window, static_cast<UINT_PTR>(timer));
+      User().KillTimer(window, static_cast<UINT_PTR>(timer));
   }
 
   void DestroyTimer(int timer) override {
     ++activity_;
     auto found = timers_.find(timer);
     if (found == timers_.end()) return;
-    if (HWND window = MessageWindow()) ::KillTimer(window, static_cast<UINT_PTR>(timer));
+    if (HWND window = MessageWindow()) User().KillTimer(window, static_cast<UINT_PTR>(timer));
     timers_.erase(found);
   }
 
@@ -187,44 +237,45 @@ class NativeUserInterface final : public UserInterface {
       WNDCLASSA windowClass = {};
       windowClass.lpfnWndProc = ProgressWindowProc;
       windowClass.hInstance = Instance();
-      windowClass.hCursor = ::LoadCursor(nullptr, IDC_ARROW);
+      windowClass.hCursor = User().LoadCursorA(nullptr, IDC_ARROW);
       windowClass.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_BTNFACE + 1);
       windowClass.lpszClassName = kProgressWindowClass;
-      registered = ::RegisterClassA(&windowClass) != 0;
+      registered = User().RegisterClassA(&windowClass) != 0;
     }
 
-    HDC screen = ::GetDC(nullptr);
-    const int dpiX = screen ? ::GetDeviceCaps(screen, LOGPIXELSX) : 96;
-    const int dpiY = screen ? ::GetDeviceCaps(screen, LOGPIXELSY) : 96;
-    if (screen) ::ReleaseDC(nullptr, screen);
+    HDC screen = User().GetDC(nullptr);
+    const int dpiX = screen ? Gdi().GetDeviceCaps(screen, LOGPIXELSX) : 96;
+    const int dpiY = screen ? Gdi().GetDeviceCaps(screen, LOGPIXELSY) : 96;
+    if (screen) User().ReleaseDC(nullptr, screen);
     auto x = [dpiX](int twips) { return ::MulDiv(twips, dpiX, 1440); };
     auto y = [dpiY](int twips) { return ::MulDiv(twips, dpiY, 1440); };
 
     const DWORD style = WS_OVERLAPPED | WS_CAPTION | WS_SYSMENU | WS_CLIPCHILDREN;
     const DWORD exStyle = WS_EX_WINDOWEDGE;
     RECT frame = {0, 0, x(kClientWidthTwips), y(kClientHeightTwips)};
-    ::AdjustWindowRectEx(&frame, style, FALSE, exStyle);
+    User().AdjustWindowRectEx(&frame, style, FALSE, exStyle);
     const int width = frame.right - frame.left;
     const int height = frame.bottom - frame.top;
-    const int left = (::GetSystemMetrics(SM_CXSCREEN) - width) / 2;
-    const int top = (::GetSystemMetrics(SM_CYSCREEN) - height) / 2;
+    const int left = (User().GetSystemMetrics(SM_CXSCREEN) - width) / 2;
+    const int top = (User().GetSystemMetrics(SM_CYSCREEN) - height) / 2;
 
-    HWND window = ::CreateWindowExA(exStyle, kProgressWindowClass, kProgressCaption, style, left,
-                                    top, width, height, nullptr, nullptr, Instance(), nullptr);
+    HWND window = User().CreateWindowExA(exStyle, kProgressWindowClass, kProgressCaption, style,
+                                         left, top, width, height, nullptr, nullptr, Instance(),
+                                         nullptr);
     if (!window) return nullptr;
     progress_.window = window;
     const DWORD labelStyle = WS_CHILD | WS_VISIBLE | SS_LEFT | SS_NOPREFIX;
-    progress_.label = ::CreateWindowExA(0, "STATIC", kProgressLabelDesign, labelStyle,
-                                        x(kLabelLeft), y(kLabelTop), x(kLabelWidth),
-                                        y(kLabelHeight), window, nullptr, Instance(), nullptr);
-    progress_.bar = ::CreateWindowExA(0, PROGRESS_CLASSA, "", WS_CHILD | WS_VISIBLE, x(kBarLeft),
-                                      y(kBarTop), x(kBarWidth), y(kBarHeight), window, nullptr,
-                                      Instance(), nullptr);
-    const WPARAM font = reinterpret_cast<WPARAM>(::GetStockObject(DEFAULT_GUI_FONT));
-    if (progress_.label) ::SendMessageA(progress_.label, WM_SETFONT, font, FALSE);
+    progress_.label = User().CreateWindowExA(0, "STATIC", kProgressLabelDesign, labelStyle,
+                                             x(kLabelLeft), y(kLabelTop), x(kLabelWidth),
+                                             y(kLabelHeight), window, nullptr, Instance(), nullptr);
+    progress_.bar = User().CreateWindowExA(0, PROGRESS_CLASSA, "", WS_CHILD | WS_VISIBLE,
+                                           x(kBarLeft), y(kBarTop), x(kBarWidth), y(kBarHeight),
+                                           window, nullptr, Instance(), nullptr);
+    const WPARAM font = reinterpret_cast<WPARAM>(Gdi().GetStockObject(DEFAULT_GUI_FONT));
+    if (progress_.label) User().SendMessageA(progress_.label, WM_SETFONT, font, FALSE);
     if (progress_.bar) {
-      ::SendMessageA(progress_.bar, PBM_SETRANGE32, 0, 100);
-      ::SendMessageA(progress_.bar, PBM_SETPOS, 0, 0);
+      User().SendMessageA(progress_.bar, PBM_SETRANGE32, 0, 100);
+      User().SendMessageA(progress_.bar, PBM_SETPOS, 0, 0);
     }
     return window;
   }
@@ -233,22 +284,22 @@ class NativeUserInterface final : public UserInterface {
     ++activity_;
     if (!progress_.window) return;
     ApplyPendingBarMove();
-    ::ShowWindow(progress_.window, SW_SHOWNORMAL);
-    ::SetForegroundWindow(progress_.window);
+    User().ShowWindow(progress_.window, SW_SHOWNORMAL);
+    User().SetForegroundWindow(progress_.window);
     paintAsked_ = true;
   }
 
   void SetProgressLabel(const std::string& text) override {
     ++activity_;
-    if (progress_.label) ::SetWindowTextA(progress_.label, text.c_str());
+    if (progress_.label) User().SetWindowTextA(progress_.label, text.c_str());
   }
 
   void SetProgressBar(int maximum, int value) override {
     ++activity_;
     progress_.barMovePending = false;
     if (!progress_.bar) return;
-    ::SendMessageA(progress_.bar, PBM_SETRANGE32, 0, maximum);
-    ::SendMessageA(progress_.bar, PBM_SETPOS, static_cast<WPARAM>(value), 0);
+    User().SendMessageA(progress_.bar, PBM_SETRANGE32, 0, maximum);
+    User().SendMessageA(progress_.bar, PBM_SETPOS, static_cast<WPARAM>(value), 0);
     // The start and the finish are each followed by a sleep without pumping:
     // the next pump paints, so that the window shows them meanwhile.
     paintAsked_ = true;
@@ -263,13 +314,13 @@ class NativeUserInterface final : public UserInterface {
   void RedrawProgressWindow() override {
     ++activity_;
     if (!progress_.window || progress_.invalidated) return;
-    ::InvalidateRect(progress_.window, nullptr, FALSE);
+    User().InvalidateRect(progress_.window, nullptr, FALSE);
     progress_.invalidated = true;
   }
 
   void DestroyProgressWindow() override {
     ++activity_;
-    if (progress_.window) ::DestroyWindow(progress_.window);
+    if (progress_.window) User().DestroyWindow(progress_.window);
     progress_ = ProgressWindow();
   }
 
@@ -302,12 +353,12 @@ class NativeUserInterface final : public UserInterface {
     windowClass.lpfnWndProc = EventWindowProc;
     windowClass.hInstance = Instance();
     windowClass.lpszClassName = kEventWindowClass;
-    ::RegisterClassA(&windowClass);
-    eventWindow_ = ::CreateWindowExA(0, kEventWindowClass, "", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
-                                     Instance(), nullptr);
+    User().RegisterClassA(&windowClass);
+    eventWindow_ = User().CreateWindowExA(0, kEventWindowClass, "", 0, 0, 0, 0, 0, HWND_MESSAGE,
+                                          nullptr, Instance(), nullptr);
     if (!eventWindow_)  // no message-only windows here: a window that is never shown
-      eventWindow_ = ::CreateWindowExA(0, kEventWindowClass, "", WS_POPUP, 0, 0, 0, 0, nullptr,
-                                       nullptr, Instance(), nullptr);
+      eventWindow_ = User().CreateWindowExA(0, kEventWindowClass, "", WS_POPUP, 0, 0, 0, 0,
+                                            nullptr, nullptr, Instance(), nullptr);
     eventWindowFailed_ = eventWindow_ == nullptr;
     return eventWindow_;
   }
@@ -321,13 +372,10 @@ class NativeUserInterface final : public UserInterface {
   // earlier look left in the queue does not end the wait, which is then
   // kept short.
   void IdleWait() {
-    typedef DWORD(WINAPI * WaitExFn)(DWORD, const HANDLE*, DWORD, DWORD, DWORD);
-    static const auto waitEx = reinterpret_cast<WaitExFn>(reinterpret_cast<void*>(
-        ::GetProcAddress(::GetModuleHandleA("user32.dll"), "MsgWaitForMultipleObjectsEx")));
-    if (waitEx)
+    if (const auto waitEx = User().MsgWaitForMultipleObjectsEx)
       waitEx(0, nullptr, kIdleWaitMs, QS_ALLINPUT, MWMO_INPUTAVAILABLE);
     else
-      ::MsgWaitForMultipleObjects(0, nullptr, FALSE, kShortIdleWaitMs, QS_ALLINPUT);
+      User().MsgWaitForMultipleObjects(0, nullptr, FALSE, kShortIdleWaitMs, QS_ALLINPUT);
   }
 
   // One round: what was kept, then the messages in the queue once. A round
@@ -354,10 +402,10 @@ class NativeUserInterface final : public UserInterface {
                             ? 0
                             : (PM_QS_INPUT | PM_QS_POSTMESSAGE | PM_QS_SENDMESSAGE);
     MSG message;
-    while (::PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE | filter)) {
+    while (User().PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE | filter)) {
       if (message.message == WM_QUIT) continue;
-      ::TranslateMessage(&message);
-      ::DispatchMessageA(&message);
+      User().TranslateMessage(&message);
+      User().DispatchMessageA(&message);
     }
     --pumpDepth_;
   }
@@ -380,7 +428,8 @@ class NativeUserInterface final : public UserInterface {
     if (!progress_.barMovePending) return;
     progress_.barMovePending = false;
     if (progress_.bar)
-      ::SendMessageA(progress_.bar, PBM_SETPOS, static_cast<WPARAM>(progress_.pendingValue), 0);
+      User().SendMessageA(progress_.bar, PBM_SETPOS, static_cast<WPARAM>(progress_.pendingValue),
+                          0);
   }
 
   int pumpDepth_ = 0;
@@ -406,12 +455,12 @@ LRESULT CALLBACK EventWindowProc(HWND window, UINT message, WPARAM wParam, LPARA
     gInterface->SocketMessage(wParam, lParam);
     return 0;
   }
-  return ::DefWindowProcA(window, message, wParam, lParam);
+  return User().DefWindowProcA(window, message, wParam, lParam);
 }
 
 LRESULT CALLBACK ProgressWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
   if (message == WM_DESTROY && gInterface) gInterface->ProgressWindowDestroyed(window);
-  return ::DefWindowProcA(window, message, wParam, lParam);
+  return User().DefWindowProcA(window, message, wParam, lParam);
 }
 
 NativeUserInterface& Interface() {
