@@ -4,7 +4,6 @@
 
 #include "engine/Runtime.h"
 #include "platform/sim/SimContext.h"
-#include "tests/servers/smtp/SmtpPeer.h"
 
 #include <cstring>
 #include <thread>
@@ -761,38 +760,7 @@ TEST_F(SimPlatformTest, Fault_OnProfileRead_MatchesTheFile) {
 
 namespace {
 
-// ---------------------------------------------------------------- sockets and directory
-
-struct SocketRecorder : platform::SocketEvents {
-  std::vector<std::string> events;
-  void OnConnect() override { events.push_back("connect"); }
-  void OnDataArrival(long bytesTotal) override { events.push_back("data " + std::to_string(bytesTotal)); }
-  void OnError(int32_t number, const std::string& description) override {
-    events.push_back("error " + std::to_string(number) + " " + description);
-  }
-};
-
-TEST_F(SimPlatformTest, Sockets_NoPeerListens_ConnectionIsRefusedInsideThePump) {
-  Install();
-  SocketRecorder recorder;
-  int socket = Sys().sockets->CreateSocket(&recorder);
-  const std::string port = smtppeer::ClosedPort();
-  EXPECT_FALSE(Sys().sockets->Connect(socket, "127.0.0.1", port).failed());
-  EXPECT_EQ(Sys().sockets->State(socket), platform::kSocketConnecting);
-  EXPECT_TRUE(recorder.events.empty());
-  while (recorder.events.empty()) Sys().ui->DoEvents();
-  EXPECT_EQ(recorder.events, std::vector<std::string>{"error 10061 Connection is forcefully rejected"});
-  EXPECT_EQ(Sys().sockets->State(socket), platform::kSocketError);
-  Failure send = Sys().sockets->SendData(socket, "HELO PC042\r\n");
-  EXPECT_EQ(send.Number, 40006);
-  Sys().sockets->Close(socket);
-  EXPECT_EQ(Sys().sockets->State(socket), platform::kSocketClosed);
-  Sys().sockets->DestroySocket(socket);
-  EXPECT_EQ(Transcript()["sockets"],
-            nlohmann::json::parse(R"([{"host": "127.0.0.1", "port": ")" + port + R"(", "sent": "",
-              "received": "", "peer": "network", "connected": false,
-              "error": {"number": 10061, "description": "Connection is forcefully rejected"}}])"));
-}
+// ---------------------------------------------------------------- directory
 
 TEST_F(SimPlatformTest, Directory_NoServerAnswers_BindFails) {
   Install();

@@ -1,11 +1,12 @@
-// The sockets of the simulated client with the SMTP peer played inside the
-// simulator: what it answers, when the answers arrive, and what the
-// transcript keeps. The real sockets are tested in SimPlatformTest.cpp and
-// frmWinsockContainerTest.cpp against real peers.
+// The sockets of the simulated client: a refused connection on the network,
+// and the SMTP peer played inside the simulator: what it answers, when the
+// answers arrive, and what the transcript keeps. The engine's session on
+// real sockets is tested in frmWinsockContainerTest.cpp against real peers.
 #include "SimFixture.h"
 
 #include "engine/Runtime.h"
 #include "platform/sim/SimContext.h"
+#include "tests/servers/smtp/SmtpPeer.h"
 
 namespace {
 
@@ -44,6 +45,27 @@ class SimSocketsTest : public SimFixture {
   Recorder recorder;
   int socket = 0;
 };
+
+TEST_F(SimSocketsTest, Network_NoPeerListens_ConnectionIsRefusedInsideThePump) {
+  Install();
+  socket = Sys().sockets->CreateSocket(&recorder);
+  const std::string port = smtppeer::ClosedPort();
+  EXPECT_FALSE(Sys().sockets->Connect(socket, "127.0.0.1", port).failed());
+  EXPECT_EQ(Sys().sockets->State(socket), platform::kSocketConnecting);
+  EXPECT_TRUE(recorder.events.empty());
+  while (recorder.events.empty()) Sys().ui->DoEvents();
+  EXPECT_EQ(recorder.events, std::vector<std::string>{"error 10061 Connection is forcefully rejected"});
+  EXPECT_EQ(Sys().sockets->State(socket), platform::kSocketError);
+  platform::Failure send = Sys().sockets->SendData(socket, "HELO PC042\r\n");
+  EXPECT_EQ(send.Number, 40006);
+  Sys().sockets->Close(socket);
+  EXPECT_EQ(Sys().sockets->State(socket), platform::kSocketClosed);
+  Sys().sockets->DestroySocket(socket);
+  EXPECT_EQ(Transcript()["sockets"],
+            json::parse(R"([{"host": "127.0.0.1", "port": ")" + port + R"(", "sent": "",
+              "received": "", "peer": "network", "connected": false,
+              "error": {"number": 10061, "description": "Connection is forcefully rejected"}}])"));
+}
 
 TEST_F(SimSocketsTest, Accept_AnswersEachStepOnlyAtThePumpAfterIt) {
   ConnectTo("accept");

@@ -74,26 +74,25 @@ class ZandolinSimTest : public ::testing::Test {
     return files;
   }
 
-  // Writes machine.json and the INI file C:\\Deploy\\x.ini, runs with args
-  // and the --json transcript.
-  json RunJson(const json& machine, const testini::IniFile& ini, std::vector<std::string> args = {}) {
+  // Writes machine.json and the INI file C:\\Deploy\\x.ini and runs with args.
+  Result RunClient(const json& machine, const testini::IniFile& ini, std::vector<std::string> args) {
     WriteClientFile("machine.json", machine.dump(2));
     WriteClientFile("files/C/Deploy/x.ini", ini.Text());
     args.insert(args.begin(), client.string());
-    args.push_back("--json");
     Result r = Sim(args);
     EXPECT_EQ(r.status, 0) << r.err;
-    return json::parse(r.out);
+    return r;
   }
 
-  // The readable report of the same run.
+  // The --json transcript of such a run.
+  json RunJson(const json& machine, const testini::IniFile& ini, std::vector<std::string> args = {}) {
+    args.push_back("--json");
+    return json::parse(RunClient(machine, ini, std::move(args)).out);
+  }
+
+  // Its readable report.
   std::string RunReport(const json& machine, const testini::IniFile& ini, std::vector<std::string> args = {}) {
-    WriteClientFile("machine.json", machine.dump(2));
-    WriteClientFile("files/C/Deploy/x.ini", ini.Text());
-    args.insert(args.begin(), client.string());
-    Result r = Sim(args);
-    EXPECT_EQ(r.status, 0) << r.err;
-    return r.out;
+    return RunClient(machine, ini, std::move(args)).out;
   }
 
   fs::path work, client;

@@ -15,6 +15,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <type_traits>
+#include <utility>
 
 namespace sim {
 
@@ -109,185 +111,178 @@ void End(size_t at, json result, json out = nullptr) {
   Fold(t);
 }
 
-// A void call.
-template <class F>
-void Record(const char* call, json args, F&& f) {
+// The result of a call as the trace writes it.
+template <class T>
+std::enable_if_t<std::is_arithmetic_v<T>, json> Result(T value) {
+  return value;
+}
+json Result(const void* handle) { return Handle(handle); }
+json Result(const std::string& text) { return Text(text); }
+json Result(const std::u16string& text) { return text.size(); }   // its length in UTF-16 units
+json Result(const platform::Failure& f) { return FailureJson(f); }
+json Result(const platform::LocalTime& t) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", t.Year, t.Month, t.Day, t.Hour, t.Minute,
+                t.Second);
+  return text;
+}
+
+// Runs a call and records it; out, when given, tells after the call what it
+// gave back through its pointers.
+template <class F, class Out>
+auto Traced(const char* call, json args, F&& f, Out&& out) {
   size_t at = Begin(call, std::move(args));
-  f();
-  End(at, nullptr);
+  if constexpr (std::is_void_v<decltype(f())>) {
+    f();
+    End(at, nullptr);
+  } else {
+    auto r = f();
+    End(at, Result(r), out());
+    return r;
+  }
+}
+
+template <class F>
+auto Traced(const char* call, json args, F&& f) {
+  return Traced(call, std::move(args), std::forward<F>(f), [] { return json(nullptr); });
 }
 
 class TracedSystem : public platform::System {
  public:
   platform::System* inner = nullptr;
-  DWORD GetLastError() override {
-    size_t at = Begin("GetLastError", json::array());
-    DWORD r = inner->GetLastError();
-    End(at, r);
-    return r;
-  }
+  DWORD GetLastError() override { return Traced("GetLastError", json::array(), [&] { return inner->GetLastError(); }); }
   void SetLastError(DWORD code) override {
-    Record("SetLastError", json::array({code}), [&] { inner->SetLastError(code); });
+    Traced("SetLastError", json::array({code}), [&] { inner->SetLastError(code); });
   }
   BOOL GetVersionExA(OSVERSIONINFOA* info) override {
-    size_t at = Begin("GetVersionExA", json::array({info ? json(info->dwOSVersionInfoSize) : json(nullptr)}));
-    BOOL r = inner->GetVersionExA(info);
-    End(at, r, info ? json{{"platformId", info->dwPlatformId}, {"majorVersion", info->dwMajorVersion},
-                           {"minorVersion", info->dwMinorVersion}}
-                    : json(nullptr));
-    return r;
+    return Traced(
+        "GetVersionExA", json::array({info ? json(info->dwOSVersionInfoSize) : json(nullptr)}),
+        [&] { return inner->GetVersionExA(info); },
+        [&] {
+          return info ? json{{"platformId", info->dwPlatformId}, {"majorVersion", info->dwMajorVersion},
+                             {"minorVersion", info->dwMinorVersion}}
+                      : json(nullptr);
+        });
   }
   UINT GetSystemDirectoryA(LPSTR buffer, UINT size) override {
-    size_t at = Begin("GetSystemDirectoryA", json::array({size}));
-    UINT r = inner->GetSystemDirectoryA(buffer, size);
-    End(at, r, Buffer(buffer, size));
-    return r;
+    return Traced("GetSystemDirectoryA", json::array({size}), [&] { return inner->GetSystemDirectoryA(buffer, size); },
+                  [&] { return Buffer(buffer, size); });
   }
   DWORD GetTempPathA(DWORD size, LPSTR buffer) override {
-    size_t at = Begin("GetTempPathA", json::array({size}));
-    DWORD r = inner->GetTempPathA(size, buffer);
-    End(at, r, Buffer(buffer, size));
-    return r;
+    return Traced("GetTempPathA", json::array({size}), [&] { return inner->GetTempPathA(size, buffer); },
+                  [&] { return Buffer(buffer, size); });
   }
   BOOL GetUserNameA(LPSTR buffer, LPDWORD size) override {
     DWORD capacity = size ? *size : 0;
-    size_t at = Begin("GetUserNameA", json::array({capacity}));
-    BOOL r = inner->GetUserNameA(buffer, size);
-    End(at, r, Buffer(buffer, capacity));
-    return r;
+    return Traced("GetUserNameA", json::array({capacity}), [&] { return inner->GetUserNameA(buffer, size); },
+                  [&] { return Buffer(buffer, capacity); });
   }
   HANDLE GetCurrentProcess() override {
-    size_t at = Begin("GetCurrentProcess", json::array());
-    HANDLE r = inner->GetCurrentProcess();
-    End(at, Handle(r));
-    return r;
+    return Traced("GetCurrentProcess", json::array(), [&] { return inner->GetCurrentProcess(); });
   }
   BOOL OpenProcessToken(HANDLE process, DWORD access, PHANDLE token) override {
-    size_t at = Begin("OpenProcessToken", json::array({Handle(process), access}));
-    BOOL r = inner->OpenProcessToken(process, access, token);
-    End(at, r, token ? Handle(*token) : json(nullptr));
-    return r;
+    return Traced("OpenProcessToken", json::array({Handle(process), access}),
+                  [&] { return inner->OpenProcessToken(process, access, token); },
+                  [&] { return token ? Handle(*token) : json(nullptr); });
   }
   BOOL GetUserProfileDirectoryA(HANDLE token, LPSTR dir, LPDWORD size) override {
     DWORD capacity = size ? *size : 0;
-    size_t at = Begin("GetUserProfileDirectoryA", json::array({Handle(token), capacity}));
-    BOOL r = inner->GetUserProfileDirectoryA(token, dir, size);
-    End(at, r, Buffer(dir, capacity));
-    return r;
+    return Traced("GetUserProfileDirectoryA", json::array({Handle(token), capacity}),
+                  [&] { return inner->GetUserProfileDirectoryA(token, dir, size); },
+                  [&] { return Buffer(dir, capacity); });
   }
   platform::Failure CreateNetworkObject() override {
-    size_t at = Begin("CreateNetworkObject", json::array());
-    platform::Failure r = inner->CreateNetworkObject();
-    End(at, FailureJson(r));
-    return r;
+    return Traced("CreateNetworkObject", json::array(), [&] { return inner->CreateNetworkObject(); });
   }
   platform::Failure NetworkComputerName(std::string& name) override {
-    size_t at = Begin("NetworkComputerName", json::array());
-    platform::Failure r = inner->NetworkComputerName(name);
-    End(at, FailureJson(r), Text(name));
-    return r;
+    return Traced("NetworkComputerName", json::array(), [&] { return inner->NetworkComputerName(name); },
+                  [&] { return Text(name); });
   }
-  std::string CommandLine() override {
-    size_t at = Begin("CommandLine", json::array());
-    std::string r = inner->CommandLine();
-    End(at, Text(r));
-    return r;
-  }
-  std::string AppPath() override {
-    size_t at = Begin("AppPath", json::array());
-    std::string r = inner->AppPath();
-    End(at, Text(r));
-    return r;
-  }
+  std::string CommandLine() override { return Traced("CommandLine", json::array(), [&] { return inner->CommandLine(); }); }
+  std::string AppPath() override { return Traced("AppPath", json::array(), [&] { return inner->AppPath(); }); }
   std::u16string AnsiToUtf16(const std::string& text) override {
-    size_t at = Begin("AnsiToUtf16", json::array({Text(text)}));
-    std::u16string r = inner->AnsiToUtf16(text);
-    End(at, r.size());   // the length in UTF-16 units
-    return r;
+    return Traced("AnsiToUtf16", json::array({Text(text)}), [&] { return inner->AnsiToUtf16(text); });
   }
 };
+
+// What a profile read put in the buffer.
+json ProfileText(LPSTR buffer, DWORD count, DWORD size) {
+  return buffer ? Text(std::string(buffer, std::min(count, size))) : json(nullptr);
+}
 
 class TracedProfile : public platform::Profile {
  public:
   platform::Profile* inner = nullptr;
-  DWORD GetPrivateProfileStringA(LPCSTR section, LPCSTR key, LPCSTR defaultValue, LPSTR buffer,
-                                 DWORD size, LPCSTR fileName) override {
-    size_t at = Begin("GetPrivateProfileStringA",
-                      json::array({Text(section), Text(key), Text(defaultValue), size, Text(fileName)}));
-    DWORD r = inner->GetPrivateProfileStringA(section, key, defaultValue, buffer, size, fileName);
-    End(at, r, buffer ? Text(std::string(buffer, std::min<DWORD>(r, size))) : json(nullptr));
-    return r;
+  DWORD GetPrivateProfileStringA(LPCSTR section, LPCSTR key, LPCSTR defaultValue, LPSTR buffer, DWORD size,
+                                 LPCSTR fileName) override {
+    DWORD count = 0;
+    return Traced(
+        "GetPrivateProfileStringA", json::array({Text(section), Text(key), Text(defaultValue), size, Text(fileName)}),
+        [&] { return count = inner->GetPrivateProfileStringA(section, key, defaultValue, buffer, size, fileName); },
+        [&] { return ProfileText(buffer, count, size); });
   }
-  DWORD GetProfileStringA(LPCSTR section, LPCSTR key, LPCSTR defaultValue, LPSTR buffer,
-                          DWORD size) override {
-    size_t at = Begin("GetProfileStringA", json::array({Text(section), Text(key), Text(defaultValue), size}));
-    DWORD r = inner->GetProfileStringA(section, key, defaultValue, buffer, size);
-    End(at, r, buffer ? Text(std::string(buffer, std::min<DWORD>(r, size))) : json(nullptr));
-    return r;
+  DWORD GetProfileStringA(LPCSTR section, LPCSTR key, LPCSTR defaultValue, LPSTR buffer, DWORD size) override {
+    DWORD count = 0;
+    return Traced(
+        "GetProfileStringA", json::array({Text(section), Text(key), Text(defaultValue), size}),
+        [&] { return count = inner->GetProfileStringA(section, key, defaultValue, buffer, size); },
+        [&] { return ProfileText(buffer, count, size); });
   }
   BOOL WriteProfileStringA(LPCSTR section, LPCSTR key, LPCSTR value) override {
-    size_t at = Begin("WriteProfileStringA", json::array({Text(section), Text(key), Text(value)}));
-    BOOL r = inner->WriteProfileStringA(section, key, value);
-    End(at, r);
-    return r;
+    return Traced("WriteProfileStringA", json::array({Text(section), Text(key), Text(value)}),
+                  [&] { return inner->WriteProfileStringA(section, key, value); });
   }
 };
+
+json Bytes(const BYTE* data, DWORD size) {
+  return data ? Text(std::string(reinterpret_cast<const char*>(data), size)) : json(nullptr);
+}
 
 class TracedRegistry : public platform::Registry {
  public:
   platform::Registry* inner = nullptr;
   LONG RegOpenKeyA(HKEY key, LPCSTR subKey, PHKEY result) override {
-    size_t at = Begin("RegOpenKeyA", json::array({Handle(key), Text(subKey)}));
-    LONG r = inner->RegOpenKeyA(key, subKey, result);
-    End(at, r, result ? Handle(*result) : json(nullptr));
-    return r;
+    return Traced("RegOpenKeyA", json::array({Handle(key), Text(subKey)}),
+                  [&] { return inner->RegOpenKeyA(key, subKey, result); },
+                  [&] { return result ? Handle(*result) : json(nullptr); });
   }
   LONG RegCreateKeyA(HKEY key, LPCSTR subKey, PHKEY result) override {
-    size_t at = Begin("RegCreateKeyA", json::array({Handle(key), Text(subKey)}));
-    LONG r = inner->RegCreateKeyA(key, subKey, result);
-    End(at, r, result ? Handle(*result) : json(nullptr));
-    return r;
+    return Traced("RegCreateKeyA", json::array({Handle(key), Text(subKey)}),
+                  [&] { return inner->RegCreateKeyA(key, subKey, result); },
+                  [&] { return result ? Handle(*result) : json(nullptr); });
   }
   LONG RegQueryValueExA(HKEY key, LPCSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data,
                         LPDWORD dataSize) override {
-    size_t at = Begin("RegQueryValueExA",
-                      json::array({Handle(key), Text(valueName), dataSize ? json(*dataSize) : json(nullptr)}));
-    LONG r = inner->RegQueryValueExA(key, valueName, reserved, type, data, dataSize);
-    json out = json::object();
-    if (type) out["type"] = *type;
-    if (dataSize) out["size"] = *dataSize;
-    if (data && dataSize && r == ERROR_SUCCESS)
-      out["data"] = Text(std::string(reinterpret_cast<const char*>(data), *dataSize));
-    End(at, r, out);
-    return r;
+    LONG r = ERROR_SUCCESS;
+    return Traced(
+        "RegQueryValueExA", json::array({Handle(key), Text(valueName), dataSize ? json(*dataSize) : json(nullptr)}),
+        [&] { return r = inner->RegQueryValueExA(key, valueName, reserved, type, data, dataSize); },
+        [&] {
+          json out = json::object();
+          if (type) out["type"] = *type;
+          if (dataSize) out["size"] = *dataSize;
+          if (data && dataSize && r == ERROR_SUCCESS) out["data"] = Bytes(data, *dataSize);
+          return out;
+        });
   }
   LONG RegSetValueExA(HKEY key, LPCSTR valueName, DWORD reserved, DWORD type, const BYTE* data,
                       DWORD dataSize) override {
-    json bytes = data ? Text(std::string(reinterpret_cast<const char*>(data), dataSize)) : json(nullptr);
-    size_t at = Begin("RegSetValueExA", json::array({Handle(key), Text(valueName), type, bytes, dataSize}));
-    LONG r = inner->RegSetValueExA(key, valueName, reserved, type, data, dataSize);
-    End(at, r);
-    return r;
+    return Traced("RegSetValueExA",
+                  json::array({Handle(key), Text(valueName), type, Bytes(data, dataSize), dataSize}),
+                  [&] { return inner->RegSetValueExA(key, valueName, reserved, type, data, dataSize); });
   }
   LONG RegCloseKey(HKEY key) override {
-    size_t at = Begin("RegCloseKey", json::array({Handle(key)}));
-    LONG r = inner->RegCloseKey(key);
-    End(at, r);
-    return r;
+    return Traced("RegCloseKey", json::array({Handle(key)}), [&] { return inner->RegCloseKey(key); });
   }
   std::string GetSetting(const std::string& application, const std::string& section, const std::string& key,
                          const std::string& defaultValue) override {
-    size_t at = Begin("GetSetting", json::array({Text(application), Text(section), Text(key), Text(defaultValue)}));
-    std::string r = inner->GetSetting(application, section, key, defaultValue);
-    End(at, Text(r));
-    return r;
+    return Traced("GetSetting", json::array({Text(application), Text(section), Text(key), Text(defaultValue)}),
+                  [&] { return inner->GetSetting(application, section, key, defaultValue); });
   }
-  platform::Failure SaveSetting(const std::string& application, const std::string& section,
-                                const std::string& key, const std::string& value) override {
-    size_t at = Begin("SaveSetting", json::array({Text(application), Text(section), Text(key), Text(value)}));
-    platform::Failure r = inner->SaveSetting(application, section, key, value);
-    End(at, FailureJson(r));
-    return r;
+  platform::Failure SaveSetting(const std::string& application, const std::string& section, const std::string& key,
+                                const std::string& value) override {
+    return Traced("SaveSetting", json::array({Text(application), Text(section), Text(key), Text(value)}),
+                  [&] { return inner->SaveSetting(application, section, key, value); });
   }
 };
 
@@ -295,26 +290,21 @@ class TracedEventLog : public platform::EventLog {
  public:
   platform::EventLog* inner = nullptr;
   HANDLE RegisterEventSourceA(LPCSTR server, LPCSTR source) override {
-    size_t at = Begin("RegisterEventSourceA", json::array({Text(server), Text(source)}));
-    HANDLE r = inner->RegisterEventSourceA(server, source);
-    End(at, Handle(r));
-    return r;
+    return Traced("RegisterEventSourceA", json::array({Text(server), Text(source)}),
+                  [&] { return inner->RegisterEventSourceA(server, source); });
   }
   BOOL ReportEventA(HANDLE source, WORD type, WORD category, DWORD eventId, PSID user, WORD numStrings,
                     DWORD dataSize, LPCSTR* strings, LPVOID rawData) override {
     json texts = json::array();
     for (WORD i = 0; strings && i < numStrings; ++i) texts.push_back(Text(strings[i]));
-    size_t at = Begin("ReportEventA", json::array({Handle(source), type, category, eventId, Handle(user),
-                                                   numStrings, dataSize, texts}));
-    BOOL r = inner->ReportEventA(source, type, category, eventId, user, numStrings, dataSize, strings, rawData);
-    End(at, r);
-    return r;
+    return Traced(
+        "ReportEventA",
+        json::array({Handle(source), type, category, eventId, Handle(user), numStrings, dataSize, texts}),
+        [&] { return inner->ReportEventA(source, type, category, eventId, user, numStrings, dataSize, strings, rawData); });
   }
   BOOL DeregisterEventSource(HANDLE source) override {
-    size_t at = Begin("DeregisterEventSource", json::array({Handle(source)}));
-    BOOL r = inner->DeregisterEventSource(source);
-    End(at, r);
-    return r;
+    return Traced("DeregisterEventSource", json::array({Handle(source)}),
+                  [&] { return inner->DeregisterEventSource(source); });
   }
 };
 
@@ -322,63 +312,40 @@ class TracedFiles : public platform::Files {
  public:
   platform::Files* inner = nullptr;
   std::string FirstFile(const std::string& pattern) override {
-    size_t at = Begin("FirstFile", json::array({Text(pattern)}));
-    std::string r = inner->FirstFile(pattern);
-    End(at, Text(r));
-    return r;
+    return Traced("FirstFile", json::array({Text(pattern)}), [&] { return inner->FirstFile(pattern); });
   }
   platform::Failure ReadText(const std::string& path, std::string& content) override {
-    size_t at = Begin("ReadText", json::array({Text(path)}));
-    platform::Failure r = inner->ReadText(path, content);
-    End(at, FailureJson(r), r.failed() ? json(nullptr) : Text(content));
-    return r;
+    return Traced("ReadText", json::array({Text(path)}), [&] { return inner->ReadText(path, content); },
+                  [&] { return Text(content); });
   }
   platform::Failure AppendText(const std::string& path, const std::string& content) override {
-    size_t at = Begin("AppendText", json::array({Text(path), Text(content)}));
-    platform::Failure r = inner->AppendText(path, content);
-    End(at, FailureJson(r));
-    return r;
+    return Traced("AppendText", json::array({Text(path), Text(content)}),
+                  [&] { return inner->AppendText(path, content); });
   }
   platform::Failure ReplaceText(const std::string& path, const std::string& content) override {
-    size_t at = Begin("ReplaceText", json::array({Text(path), Text(content)}));
-    platform::Failure r = inner->ReplaceText(path, content);
-    End(at, FailureJson(r));
-    return r;
+    return Traced("ReplaceText", json::array({Text(path), Text(content)}),
+                  [&] { return inner->ReplaceText(path, content); });
   }
   platform::Failure WriteBinary(const std::string& path, const std::vector<uint8_t>& bytes) override {
-    size_t at = Begin("WriteBinary", json::array({Text(path), bytes.size()}));   // the size only
-    platform::Failure r = inner->WriteBinary(path, bytes);
-    End(at, FailureJson(r));
-    return r;
+    // The bytes by their number only.
+    return Traced("WriteBinary", json::array({Text(path), bytes.size()}),
+                  [&] { return inner->WriteBinary(path, bytes); });
   }
   platform::Failure FileCopy(const std::string& source, const std::string& target) override {
-    size_t at = Begin("FileCopy", json::array({Text(source), Text(target)}));
-    platform::Failure r = inner->FileCopy(source, target);
-    End(at, FailureJson(r));
-    return r;
+    return Traced("FileCopy", json::array({Text(source), Text(target)}),
+                  [&] { return inner->FileCopy(source, target); });
   }
 };
 
 class TracedClock : public platform::Clock {
  public:
   platform::Clock* inner = nullptr;
-  platform::LocalTime Now() override {
-    size_t at = Begin("Now", json::array());
-    platform::LocalTime r = inner->Now();
-    char text[32];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", r.Year, r.Month, r.Day, r.Hour,
-                  r.Minute, r.Second);
-    End(at, text);
-    return r;
-  }
+  platform::LocalTime Now() override { return Traced("Now", json::array(), [&] { return inner->Now(); }); }
   std::string GeneralDateText(const platform::LocalTime& time) override {
-    size_t at = Begin("GeneralDateText", json::array());
-    std::string r = inner->GeneralDateText(time);
-    End(at, Text(r));
-    return r;
+    return Traced("GeneralDateText", json::array({Result(time)}), [&] { return inner->GeneralDateText(time); });
   }
   void Sleep(DWORD milliseconds) override {
-    Record("Sleep", json::array({milliseconds}), [&] { inner->Sleep(milliseconds); });
+    Traced("Sleep", json::array({milliseconds}), [&] { inner->Sleep(milliseconds); });
   }
 };
 
@@ -386,48 +353,41 @@ class TracedUserInterface : public platform::UserInterface {
  public:
   platform::UserInterface* inner = nullptr;
   int MessageBox(const std::string& text, const std::string& title, UINT style) override {
-    size_t at = Begin("MessageBox", json::array({Text(text), Text(title), style}));
-    int r = inner->MessageBox(text, title, style);
-    End(at, r);
-    return r;
+    return Traced("MessageBox", json::array({Text(text), Text(title), style}),
+                  [&] { return inner->MessageBox(text, title, style); });
   }
-  void DoEvents() override { Record("DoEvents", json::array(), [&] { inner->DoEvents(); }); }
-  void WaitForEvents() override { Record("WaitForEvents", json::array(), [&] { inner->WaitForEvents(); }); }
+  void DoEvents() override { Traced("DoEvents", json::array(), [&] { inner->DoEvents(); }); }
+  void WaitForEvents() override { Traced("WaitForEvents", json::array(), [&] { inner->WaitForEvents(); }); }
   int CreateTimer(platform::TimerEvents* owner, DWORD intervalMs, bool enabled) override {
-    size_t at = Begin("CreateTimer", json::array({intervalMs, enabled}));
-    int r = inner->CreateTimer(owner, intervalMs, enabled);
-    End(at, r);
-    return r;
+    return Traced("CreateTimer", json::array({intervalMs, enabled}),
+                  [&] { return inner->CreateTimer(owner, intervalMs, enabled); });
   }
   void EnableTimer(int timer, bool enabled) override {
-    Record("EnableTimer", json::array({timer, enabled}), [&] { inner->EnableTimer(timer, enabled); });
+    Traced("EnableTimer", json::array({timer, enabled}), [&] { inner->EnableTimer(timer, enabled); });
   }
   void DestroyTimer(int timer) override {
-    Record("DestroyTimer", json::array({timer}), [&] { inner->DestroyTimer(timer); });
+    Traced("DestroyTimer", json::array({timer}), [&] { inner->DestroyTimer(timer); });
   }
   HWND CreateProgressWindow() override {
-    size_t at = Begin("CreateProgressWindow", json::array());
-    HWND r = inner->CreateProgressWindow();
-    End(at, Handle(r));
-    return r;
+    return Traced("CreateProgressWindow", json::array(), [&] { return inner->CreateProgressWindow(); });
   }
   void ShowProgressWindow() override {
-    Record("ShowProgressWindow", json::array(), [&] { inner->ShowProgressWindow(); });
+    Traced("ShowProgressWindow", json::array(), [&] { inner->ShowProgressWindow(); });
   }
   void SetProgressLabel(const std::string& text) override {
-    Record("SetProgressLabel", json::array({Text(text)}), [&] { inner->SetProgressLabel(text); });
+    Traced("SetProgressLabel", json::array({Text(text)}), [&] { inner->SetProgressLabel(text); });
   }
   void SetProgressBar(int maximum, int value) override {
-    Record("SetProgressBar", json::array({maximum, value}), [&] { inner->SetProgressBar(maximum, value); });
+    Traced("SetProgressBar", json::array({maximum, value}), [&] { inner->SetProgressBar(maximum, value); });
   }
   void MoveProgressBar(int value) override {
-    Record("MoveProgressBar", json::array({value}), [&] { inner->MoveProgressBar(value); });
+    Traced("MoveProgressBar", json::array({value}), [&] { inner->MoveProgressBar(value); });
   }
   void RedrawProgressWindow() override {
-    Record("RedrawProgressWindow", json::array(), [&] { inner->RedrawProgressWindow(); });
+    Traced("RedrawProgressWindow", json::array(), [&] { inner->RedrawProgressWindow(); });
   }
   void DestroyProgressWindow() override {
-    Record("DestroyProgressWindow", json::array(), [&] { inner->DestroyProgressWindow(); });
+    Traced("DestroyProgressWindow", json::array(), [&] { inner->DestroyProgressWindow(); });
   }
 };
 
@@ -435,44 +395,27 @@ class TracedSockets : public platform::Sockets {
  public:
   platform::Sockets* inner = nullptr;
   int CreateSocket(platform::SocketEvents* owner) override {
-    size_t at = Begin("CreateSocket", json::array());
-    int r = inner->CreateSocket(owner);
-    End(at, r);
-    return r;
+    return Traced("CreateSocket", json::array(), [&] { return inner->CreateSocket(owner); });
   }
   void DestroySocket(int socket) override {
-    Record("DestroySocket", json::array({socket}), [&] { inner->DestroySocket(socket); });
+    Traced("DestroySocket", json::array({socket}), [&] { inner->DestroySocket(socket); });
   }
   platform::Failure Connect(int socket, const std::string& host, const std::string& port) override {
-    size_t at = Begin("Connect", json::array({socket, Text(host), Text(port)}));
-    platform::Failure r = inner->Connect(socket, host, port);
-    End(at, FailureJson(r));
-    return r;
+    return Traced("Connect", json::array({socket, Text(host), Text(port)}),
+                  [&] { return inner->Connect(socket, host, port); });
   }
   platform::Failure SendData(int socket, const std::string& data) override {
-    size_t at = Begin("SendData", json::array({socket, Text(data)}));
-    platform::Failure r = inner->SendData(socket, data);
-    End(at, FailureJson(r));
-    return r;
+    return Traced("SendData", json::array({socket, Text(data)}), [&] { return inner->SendData(socket, data); });
   }
   std::string GetData(int socket) override {
-    size_t at = Begin("GetData", json::array({socket}));
-    std::string r = inner->GetData(socket);
-    End(at, Text(r));
-    return r;
+    return Traced("GetData", json::array({socket}), [&] { return inner->GetData(socket); });
   }
-  void Close(int socket) override { Record("Close", json::array({socket}), [&] { inner->Close(socket); }); }
+  void Close(int socket) override { Traced("Close", json::array({socket}), [&] { inner->Close(socket); }); }
   int State(int socket) override {
-    size_t at = Begin("State", json::array({socket}));
-    int r = inner->State(socket);
-    End(at, r);
-    return r;
+    return Traced("State", json::array({socket}), [&] { return inner->State(socket); });
   }
   std::string LocalHostName() override {
-    size_t at = Begin("LocalHostName", json::array());
-    std::string r = inner->LocalHostName();
-    End(at, Text(r));
-    return r;
+    return Traced("LocalHostName", json::array(), [&] { return inner->LocalHostName(); });
   }
 };
 
@@ -490,109 +433,93 @@ class TracedSpooler : public platform::Spooler {
  public:
   platform::Spooler* inner = nullptr;
   bool UserPrinters(std::vector<std::string>& deviceNames) override {
-    size_t at = Begin("UserPrinters", json::array());
-    bool r = inner->UserPrinters(deviceNames);
-    json names = json::array();
-    for (const std::string& name : deviceNames) names.push_back(Text(name));
-    End(at, r, r ? names : json(nullptr));
-    return r;
+    bool r = false;
+    return Traced(
+        "UserPrinters", json::array(), [&] { return r = inner->UserPrinters(deviceNames); },
+        [&] {
+          json names = json::array();
+          for (const std::string& name : deviceNames) names.push_back(Text(name));
+          return r ? names : json(nullptr);
+        });
   }
   BOOL OpenPrinterA(LPSTR printerName, HANDLE* printer, PRINTER_DEFAULTSA* defaults) override {
-    size_t at = Begin("OpenPrinterA", json::array({Text(printerName),
-                                                   defaults ? json{{"DesiredAccess", defaults->DesiredAccess}}
-                                                            : json(nullptr)}));
-    BOOL r = inner->OpenPrinterA(printerName, printer, defaults);
-    End(at, r, printer ? Handle(*printer) : json(nullptr));
-    return r;
+    json access = defaults ? json{{"DesiredAccess", defaults->DesiredAccess}} : json(nullptr);
+    return Traced("OpenPrinterA", json::array({Text(printerName), access}),
+                  [&] { return inner->OpenPrinterA(printerName, printer, defaults); },
+                  [&] { return printer ? Handle(*printer) : json(nullptr); });
   }
   BOOL ClosePrinter(HANDLE printer) override {
-    size_t at = Begin("ClosePrinter", json::array({Handle(printer)}));
-    BOOL r = inner->ClosePrinter(printer);
-    End(at, r);
-    return r;
+    return Traced("ClosePrinter", json::array({Handle(printer)}), [&] { return inner->ClosePrinter(printer); });
   }
   BOOL GetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed) override {
-    size_t at = Begin("GetPrinterA", json::array({Handle(printer), level, buffer ? json(size) : json(nullptr)}));
-    BOOL r = inner->GetPrinterA(printer, level, buffer, size, needed);
-    json out = json::object();
-    if (needed) out["needed"] = *needed;
-    if (r) out["info"] = PrinterInfoJson(level, buffer);
-    End(at, r, out);
-    return r;
+    BOOL r = FALSE;
+    return Traced(
+        "GetPrinterA", json::array({Handle(printer), level, buffer ? json(size) : json(nullptr)}),
+        [&] { return r = inner->GetPrinterA(printer, level, buffer, size, needed); },
+        [&] {
+          json out = json::object();
+          if (needed) out["needed"] = *needed;
+          if (r) out["info"] = PrinterInfoJson(level, buffer);
+          return out;
+        });
   }
   BOOL SetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD command) override {
-    size_t at = Begin("SetPrinterA", json::array({Handle(printer), level, PrinterInfoJson(level, buffer), command}));
-    BOOL r = inner->SetPrinterA(printer, level, buffer, command);
-    End(at, r);
-    return r;
+    return Traced("SetPrinterA", json::array({Handle(printer), level, PrinterInfoJson(level, buffer), command}),
+                  [&] { return inner->SetPrinterA(printer, level, buffer, command); });
   }
   BOOL EnumPrintersA(DWORD flags, LPSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
                      LPDWORD returned) override {
-    size_t at = Begin("EnumPrintersA",
-                      json::array({flags, Text(name), level, buffer ? json(size) : json(nullptr)}));
-    BOOL r = inner->EnumPrintersA(flags, name, level, buffer, size, needed, returned);
-    json out = json::object();
-    if (needed) out["needed"] = *needed;
-    if (returned) out["returned"] = *returned;
-    End(at, r, out);
-    return r;
+    return Traced(
+        "EnumPrintersA", json::array({flags, Text(name), level, buffer ? json(size) : json(nullptr)}),
+        [&] { return inner->EnumPrintersA(flags, name, level, buffer, size, needed, returned); },
+        [&] {
+          json out = json::object();
+          if (needed) out["needed"] = *needed;
+          if (returned) out["returned"] = *returned;
+          return out;
+        });
   }
   BOOL GetDefaultPrinterA(LPSTR buffer, LPDWORD size) override {
     DWORD capacity = size ? *size : 0;
-    size_t at = Begin("GetDefaultPrinterA", json::array({capacity}));
-    BOOL r = inner->GetDefaultPrinterA(buffer, size);
-    End(at, r, r ? Buffer(buffer, capacity) : json(nullptr));
-    return r;
+    BOOL r = FALSE;
+    return Traced("GetDefaultPrinterA", json::array({capacity}),
+                  [&] { return r = inner->GetDefaultPrinterA(buffer, size); },
+                  [&] { return r ? Buffer(buffer, capacity) : json(nullptr); });
   }
   BOOL SetDefaultPrinterA(LPCSTR printerName) override {
-    size_t at = Begin("SetDefaultPrinterA", json::array({Text(printerName)}));
-    BOOL r = inner->SetDefaultPrinterA(printerName);
-    End(at, r);
-    return r;
+    return Traced("SetDefaultPrinterA", json::array({Text(printerName)}),
+                  [&] { return inner->SetDefaultPrinterA(printerName); });
   }
   BOOL AddPrinterConnectionA(LPSTR name) override {
-    size_t at = Begin("AddPrinterConnectionA", json::array({Text(name)}));
-    BOOL r = inner->AddPrinterConnectionA(name);
-    End(at, r);
-    return r;
+    return Traced("AddPrinterConnectionA", json::array({Text(name)}),
+                  [&] { return inner->AddPrinterConnectionA(name); });
   }
   BOOL DeletePrinterConnectionA(LPSTR name) override {
-    size_t at = Begin("DeletePrinterConnectionA", json::array({Text(name)}));
-    BOOL r = inner->DeletePrinterConnectionA(name);
-    End(at, r);
-    return r;
+    return Traced("DeletePrinterConnectionA", json::array({Text(name)}),
+                  [&] { return inner->DeletePrinterConnectionA(name); });
   }
   BOOL DeletePrinter(HANDLE printer) override {
-    size_t at = Begin("DeletePrinter", json::array({Handle(printer)}));
-    BOOL r = inner->DeletePrinter(printer);
-    End(at, r);
-    return r;
+    return Traced("DeletePrinter", json::array({Handle(printer)}), [&] { return inner->DeletePrinter(printer); });
   }
   BOOL AddPrinterDriverA(LPSTR name, DWORD level, LPBYTE driverInfo) override {
     json info = nullptr;
     if (level == 2 && driverInfo) {
       DRIVER_INFO_2A d;
       std::memcpy(&d, driverInfo, sizeof d);
-      info = json{{"cVersion", d.cVersion},          {"pName", Text(d.pName)},
+      info = json{{"cVersion", d.cVersion},           {"pName", Text(d.pName)},
                   {"pEnvironment", Text(d.pEnvironment)}, {"pDriverPath", Text(d.pDriverPath)},
-                  {"pDataFile", Text(d.pDataFile)},   {"pConfigFile", Text(d.pConfigFile)}};
+                  {"pDataFile", Text(d.pDataFile)},    {"pConfigFile", Text(d.pConfigFile)}};
     }
-    size_t at = Begin("AddPrinterDriverA", json::array({Text(name), level, info}));
-    BOOL r = inner->AddPrinterDriverA(name, level, driverInfo);
-    End(at, r);
-    return r;
+    return Traced("AddPrinterDriverA", json::array({Text(name), level, info}),
+                  [&] { return inner->AddPrinterDriverA(name, level, driverInfo); });
   }
   HANDLE AddPrinterA(LPSTR name, DWORD level, LPBYTE printerInfo) override {
-    size_t at = Begin("AddPrinterA", json::array({Text(name), level, PrinterInfoJson(level, printerInfo)}));
-    HANDLE r = inner->AddPrinterA(name, level, printerInfo);
-    End(at, Handle(r));
-    return r;
+    return Traced("AddPrinterA", json::array({Text(name), level, PrinterInfoJson(level, printerInfo)}),
+                  [&] { return inner->AddPrinterA(name, level, printerInfo); });
   }
   BOOL AddPortA(LPSTR name, HWND window, LPSTR monitorName) override {
-    size_t at = Begin("AddPortA", json::array({Text(name), Handle(window), Text(monitorName)}));
-    BOOL r = inner->AddPortA(name, window, monitorName);
-    End(at, r);
-    return r;
+    return Traced("AddPortA", json::array({Text(name), Handle(window), Text(monitorName)}),
+                  [&] { return inner->AddPortA(name, window, monitorName); });
   }
 };
 
@@ -600,16 +527,14 @@ class TracedDirectory : public platform::Directory {
  public:
   platform::Directory* inner = nullptr;
   platform::Failure BindObject(const std::string& path, std::string& adsPath) override {
-    size_t at = Begin("BindObject", json::array({Text(path)}));
-    platform::Failure r = inner->BindObject(path, adsPath);
-    End(at, FailureJson(r), r.failed() ? json(nullptr) : Text(adsPath));
-    return r;
+    platform::Failure r;
+    return Traced("BindObject", json::array({Text(path)}), [&] { return r = inner->BindObject(path, adsPath); },
+                  [&] { return r.failed() ? json(nullptr) : Text(adsPath); });
   }
   platform::Failure Execute(const std::string& commandText, std::vector<platform::DirectoryRow>& rows) override {
-    size_t at = Begin("Execute", json::array({Text(commandText)}));
-    platform::Failure r = inner->Execute(commandText, rows);
-    End(at, FailureJson(r), rows.size());   // the number of rows
-    return r;
+    // The rows by their number only.
+    return Traced("Execute", json::array({Text(commandText)}), [&] { return inner->Execute(commandText, rows); },
+                  [&] { return json(rows.size()); });
   }
 };
 
