@@ -677,14 +677,6 @@ TEST_F(SimSpoolerStandardUserTest, Windows9x_ChecksNoRights) {
   EXPECT_TRUE(spooler().AddPortA(nullptr, nullptr, port.data()));
 }
 
-TEST_F(SimSpoolerTest, DeletePrinter_WindowsNT_HandleOpenedToPrint_Refused5EvenForAnAdministrator) {
-  machine().printers = {Local("Fax")};
-  HANDLE handle = Open("Fax");   // null defaults: the right to print
-  EXPECT_FALSE(spooler().DeletePrinter(handle));
-  EXPECT_EQ(5u, lastError());
-  EXPECT_TRUE(spooler().ClosePrinter(handle));
-}
-
 // ---------------------------------------------------------------- Point and Print
 
 class SimSpoolerPointAndPrintTest : public SimSpoolerTest {

@@ -398,7 +398,11 @@ TEST_F(ZandolinSimTest, Smtp_RefuseEachStep_TheEngineStopsThere) {
 TEST_F(ZandolinSimTest, Smtp_SilentPeer_StuckWithAPlainReason) {
   json machine = kMailMachine;
   machine["smtp"] = "silent";
-  json t = RunJson(machine, MailIni("mail.example.com", "25"), {"--limit", "3"});
+  ExpectInOrder(RunReport(machine, MailIni("mail.example.com", "25"), {"--limit", "2"}),
+                {"Run ended: stuck\n  Why: the e-mail session waits for a server that does not answer; at logon "
+                 "this process would never end\n",
+                 "\nE-mail:\n  mail.example.com port 25, simulated server (silent)\n    (the server never answered)\n"});
+  json t = RunJson(machine, MailIni("mail.example.com", "25"), {"--limit", "2"});
   EXPECT_EQ(t["ended"], "stuck");
   EXPECT_EQ(t["stuckIn"], "forms still loaded: 1");
   EXPECT_EQ(t["stuckReason"],

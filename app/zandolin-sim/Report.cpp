@@ -111,7 +111,7 @@ void PrintRunEnd(std::ostream& out, const json& t) {
     out << "  fatal run-time error " << t["fatal"]["number"].get<int64_t>() << ": "
         << t["fatal"]["description"].get<std::string>() << "\n"
         << "  The process stopped at an error the engine does not catch.\n";
-  if (!t["stuckReason"].is_null()) out << "  " << t["stuckReason"].get<std::string>() << "\n";
+  if (!t["stuckReason"].is_null()) out << "  Why: " << t["stuckReason"].get<std::string>() << "\n";
 
   const json& status = t["runStatus"];
   out << "Run status recorded: ";

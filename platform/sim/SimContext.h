@@ -44,7 +44,7 @@ ResolvedPath ResolveWindowsPath(const std::filesystem::path& folder, const std::
 // Why the simulated process cannot end: DoEvents and Sleep throw it once
 // the wall-clock limit of the run has passed. Only Client::Run catches it.
 // why names the state ("forms still loaded: 1"); plain says it to an
-// administrator (empty: the context words it, see PlainStuckReason).
+// administrator.
 struct StuckError {
   std::string why;
   std::string plain;
@@ -134,7 +134,7 @@ struct Context {
   nlohmann::json stuckIn = nullptr;        // why the process would not end
   nlohmann::json stuckReason = nullptr;    // the same in an administrator's words
   nlohmann::json directoryQueries = nlohmann::json::array();   // {entries, cut} a query
-  nlohmann::json runStatus = nullptr;      // {iniFile, value, where} as the run recorded it
+  nlohmann::json runStatus = nullptr;      // {value, where} of a status SaveSetting recorded
   std::vector<SocketNote> socketNotes;     // per sockets entry, how its dialogue stands
   bool tracing = false;                    // record every call of the boundary
   CallTrace trace;

@@ -27,7 +27,7 @@ void WaitForSocketEvents(std::chrono::steady_clock::duration limit);
 
 // Every service of the simulated platform.
 platform::ServiceSet SimulatedServices();
-// The services given, each call recorded in Current().calls (SimTrace.cpp).
+// The services given, each call recorded in Current().trace (SimTrace.cpp).
 platform::ServiceSet TracedServices(const platform::ServiceSet& inner);
 
 // The run-time error of that number with the system's description of it.

@@ -542,9 +542,8 @@ class SimSpooler : public platform::Spooler {
     if (const Fault* f = c.TakeFault("DeletePrinter", opened)) return static_cast<BOOL>(f->result);
     SimPrinter* p = nullptr;
     if (DWORD error = PrinterOf(c, printer, p)) return Fail(c, error);
-    // The NT family deletes only through a handle opened with the right to.
-    if (c.machine.platformId == 2 && !(FindHandle(c, printer)->access & kDelete))
-      return Fail(c, ERROR_ACCESS_DENIED);
+    // A standard user's handle holds the right to print, not to delete.
+    if (c.StandardUser() && !(FindHandle(c, printer)->access & kDelete)) return Fail(c, ERROR_ACCESS_DENIED);
     RemovePrinter(c, p);
     return TRUE;
   }

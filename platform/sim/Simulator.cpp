@@ -51,7 +51,7 @@ class SimClient : public Client {
     } catch (const StuckError& stuck) {
       context_.ended = "stuck";
       context_.stuckIn = stuck.why;
-      context_.stuckReason = stuck.plain.empty() ? context_.PlainStuckReason() : stuck.plain;
+      context_.stuckReason = stuck.plain;
     }
     return Transcript();
   }
