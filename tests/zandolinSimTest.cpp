@@ -151,7 +151,7 @@ TEST_F(ZandolinSimTest, Json_MachineWithoutIni_EndsReturnedWithTheEnginesBox) {
                                             "runStatus", "client", "directoryQueries", "eventLogRefused"}));
   // What the run was served with: the defaults.
   EXPECT_EQ(t["client"], json::parse(R"({"isAdmin": true,
-      "pointAndPrint": {"RestrictDriverInstallationToAdministrators": 1},
+      "pointAndPrint": {"RestrictDriverInstallationToAdministrators": 1}, "standardUserInstallsDrivers": false,
       "smtp": "network", "directorySizeLimit": null})"));
   EXPECT_EQ(t["runStatus"], nullptr);
   EXPECT_EQ(t["stuckReason"], nullptr);
@@ -580,6 +580,7 @@ TEST_F(ZandolinSimTest, PointAndPrint_PolicyValues_DecideForTheStandardUser) {
     machine["pointAndPrint"] = c.policy;
     json t = RunJson(machine, MoveIni());
     EXPECT_EQ(t["spoolerCalls"][0]["lastError"], c.lastError) << c.policy;
+    EXPECT_EQ(t["client"]["standardUserInstallsDrivers"], c.lastError == 0) << c.policy;
   }
 }
 
@@ -610,8 +611,10 @@ TEST_F(ZandolinSimTest, PointAndPrint_ReadableReport_SaysWhatTheUserLost) {
 
 json DirectoryMachine(int queues) {
   json list = json::array();
-  for (int i = 1; i <= queues; ++i)
-    list.push_back({{"name", "NEW-q" + std::to_string(i)}, {"printShareName", {"q" + std::to_string(i)}}});
+  for (int i = 1; i <= queues; ++i) {
+    const std::string share = std::string("q").append(std::to_string(i));
+    list.push_back({{"name", "NEW-" + share}, {"printShareName", {share}}});
+  }
   return {{"directory",
            {{"domain", "corp.example.com"}, {"namingContext", "DC=corp,DC=example,DC=com"}, {"printQueues", list}}}};
 }

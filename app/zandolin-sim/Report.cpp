@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <map>
-#include <optional>
 #include <vector>
 
 namespace report {
@@ -59,16 +58,15 @@ void PrintPrinters(std::ostream& out, const char* title, const json& printers) {
 
 // ---------------------------------------------------------------- the client
 
-std::string PointAndPrintWords(const json& policy) {
-  auto value = [&](const char* name) -> std::optional<int64_t> {
-    if (policy.contains(name) && policy[name].is_number_integer()) return policy[name].get<int64_t>();
-    return std::nullopt;
-  };
-  if (value("RestrictDriverInstallationToAdministrators").value_or(1) != 0)
+std::string PointAndPrintWords(const json& client) {
+  const json& policy = client["pointAndPrint"];
+  const json& restrict = policy["RestrictDriverInstallationToAdministrators"];
+  if (client["standardUserInstallsDrivers"].get<bool>())
+    return restrict == 0 ? "any user installs a print server's driver without a prompt"
+                         : "any user installs a print server's driver (before Windows Vista)";
+  if (restrict != 0)
     return "only administrators may install a print server's driver "
-           "(RestrictDriverInstallationToAdministrators 1)";
-  if (value("Restricted") == 0 || value("NoWarningNoElevationOnInstall") == 1)
-    return "any user installs a print server's driver without a prompt";
+           "(RestrictDriverInstallationToAdministrators " + restrict.dump() + ")";
   return "installing a print server's driver asks for an administrator's consent";
 }
 
@@ -91,7 +89,7 @@ void PrintClient(std::ostream& out, const json& client) {
               : "a standard user: local printers, drivers, ports, HKEY_LOCAL_MACHINE and the system "
                 "folder are closed to it")
       << "\n";
-  out << "Point and Print: " << PointAndPrintWords(client["pointAndPrint"]) << "\n";
+  out << "Point and Print: " << PointAndPrintWords(client) << "\n";
   out << "E-mail: " << PeerWords(client["smtp"]) << "\n";
   const json& limit = client["directorySizeLimit"];
   if (limit.is_null()) return;

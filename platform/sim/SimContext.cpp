@@ -469,6 +469,7 @@ nlohmann::json Context::ClientRecord() const {
   if (!PointAndPrintDword(machine, "RestrictDriverInstallationToAdministrators"))
     policy["RestrictDriverInstallationToAdministrators"] = 1;   // absent counts as 1
   client["pointAndPrint"] = json::parse(policy.dump());
+  client["standardUserInstallsDrivers"] = !DriverInstallRefused(machine);
   std::optional<SmtpPeer> peer = PlayedSmtpPeer();
   client["smtp"] = peer ? SmtpPeerJson(*peer) : json("network");
   if (!machine.directory) client["directorySizeLimit"] = nullptr;

@@ -676,6 +676,20 @@ std::optional<uint32_t> PointAndPrintDword(const Machine& machine, const std::st
   return std::nullopt;
 }
 
+// Windows XP and older let users install a server's driver; Windows Vista
+// and later show a warning and ask for consent. Since August 2021
+// RestrictDriverInstallationToAdministrators (absent counts as 1) leaves the
+// install to administrators. At 0 the Point and Print Restrictions decide:
+// switched off (Restricted 0) or with NoWarningNoElevationOnInstall 1 a user
+// installs without a word; otherwise Windows asks for an administrator's
+// consent, which a standard user cannot give.
+bool DriverInstallRefused(const Machine& m) {
+  if (m.platformId != 2 || m.majorVersion < 6) return false;
+  if (PointAndPrintDword(m, "RestrictDriverInstallationToAdministrators").value_or(1) != 0) return true;
+  if (PointAndPrintDword(m, "Restricted") == 0u) return false;
+  return PointAndPrintDword(m, "NoWarningNoElevationOnInstall").value_or(0) != 1;
+}
+
 nlohmann::ordered_json PointAndPrintToJson(
     const std::vector<std::pair<std::string, RegistryValue>>& values) {
   Json json = Json::object();

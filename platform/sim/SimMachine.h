@@ -143,6 +143,9 @@ std::optional<uint32_t> DwordOf(const RegistryValue& value);
 // A Point and Print policy value by name (case-blind), as Windows reads the
 // policy: its DWORD, or nullopt when absent or of another type.
 std::optional<uint32_t> PointAndPrintDword(const Machine& machine, const std::string& name);
+// Whether the Point and Print policy keeps a standard user of this client
+// from installing a print server's driver with a connection.
+bool DriverInstallRefused(const Machine& machine);
 // Policy values as machine.json writes them: a REG_DWORD as a plain number.
 nlohmann::ordered_json PointAndPrintToJson(
     const std::vector<std::pair<std::string, RegistryValue>>& values);

@@ -183,21 +183,6 @@ bool DriverInstalled(const Context& c, const std::string& name) {
   return false;
 }
 
-// Whether the Point and Print policy keeps this user from installing a
-// server's driver with a connection. Since Windows Vista; since August 2021
-// RestrictDriverInstallationToAdministrators (absent counts as 1) leaves it to
-// administrators. At 0 the Point and Print Restrictions decide: switched off
-// (Restricted 0) or with NoWarningNoElevationOnInstall 1 a user installs
-// without a word; otherwise Windows asks for an administrator's consent,
-// which a standard user cannot give.
-bool DriverInstallRefused(const Context& c) {
-  const Machine& m = c.machine;
-  if (!c.StandardUser() || m.majorVersion < 6) return false;
-  if (PointAndPrintDword(m, "RestrictDriverInstallationToAdministrators").value_or(1) != 0) return true;
-  if (PointAndPrintDword(m, "Restricted") == 0u) return false;
-  return PointAndPrintDword(m, "NoWarningNoElevationOnInstall").value_or(0) != 1;
-}
-
 // The strings of one PRINTER_INFO_2A record in member order; nullopt is a
 // null pointer.
 struct InfoStrings {
@@ -515,7 +500,7 @@ class SimSpooler : public platform::Spooler {
     if (FindPrinter(c, name)) return TRUE;
     // A driver the client lacks comes from the server with the connection.
     if (q->driver && !DriverInstalled(c, *q->driver)) {
-      if (DriverInstallRefused(c)) return Fail(c, kErrorDriverDownloadNeeded);
+      if (c.StandardUser() && DriverInstallRefused(c.machine)) return Fail(c, kErrorDriverDownloadNeeded);
       c.machine.drivers.push_back(*q->driver);
     }
     SimPrinter p;
