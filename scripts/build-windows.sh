@@ -3,11 +3,13 @@
 #
 #   scripts/build-windows.sh [OUTDIR]
 #
-# builds ZandolinEngine.exe and zandolin-debug.exe into OUTDIR/build-win64
-# and OUTDIR/build-win32 (OUTDIR: the repository, unless given), and checks
-# that each ZandolinEngine.exe imports nothing but the DLLs of the system that
-# every run needs, so that it runs when copied alone beside its INI file and
-# a run loads no library it does not use.
+# builds the files the release ships (shipped-files.txt of each build:
+# ZandolinEngine.exe, EvntMsg.dll and the tools) into OUTDIR/build-win64 and
+# OUTDIR/build-win32 (OUTDIR: the repository, unless given), and checks that
+# each imports nothing but DLLs of the system, and each ZandolinEngine.exe
+# nothing but the DLLs of the system that every run needs, so that it runs
+# when copied alone beside its INI file and a run loads no library it does
+# not use.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 out=${1:-$root}
@@ -31,6 +33,8 @@ for target in "x86_64 build-win64" "i686 build-win32"; do
     -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-$arch.cmake" >/dev/null
   ninja -C "$out/$dir" -j "$jobs"
 
+  sed "s|^|$out/$dir/|" "$out/$dir/shipped-files.txt" | xargs "$root/scripts/check-imports.sh"
+
   exe="$out/$dir/ZandolinEngine.exe"
   bad=$(x86_64-w64-mingw32-objdump -p "$exe" | sed -n 's/^\s*DLL Name: //p' |
     tr 'A-Z' 'a-z' | grep -Ev "$imported_dlls" || true)
@@ -39,5 +43,4 @@ for target in "x86_64 build-win64" "i686 build-win32"; do
       "are not the system's:" $bad >&2
     exit 1
   fi
-  echo "$exe imports:" $(x86_64-w64-mingw32-objdump -p "$exe" | sed -n 's/^\s*DLL Name: //p')
 done

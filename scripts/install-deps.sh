@@ -1,18 +1,35 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build and the tests need, when missing.
+# Installs the Debian packages a task needs, when they are missing:
+#
+#   scripts/install-deps.sh run   building zandolin-sim and running an
+#                                 example: compiler, CMake, Ninja, the JSON
+#                                 and LDAP headers
+#   scripts/install-deps.sh       everything the builds and the tests need
+#
 # Runs apt-get update once, and only when something has to be installed.
 set -euo pipefail
 
-packages=(
-  g++ cmake ninja-build make pkg-config
+run_packages=(g++ cmake ninja-build nlohmann-json3-dev libldap-dev)
+test_packages=(
+  make pkg-config
   g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils-mingw-w64
   g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32
   wine64 wine
-  libgtest-dev libgmock-dev nlohmann-json3-dev
-  libldap-dev slapd ldap-utils
+  libgtest-dev libgmock-dev
+  slapd ldap-utils
   python3 python3-aiosmtpd
   xvfb xdotool imagemagick x11-apps fonts-wine
+  osslsigncode openssl zip unzip cmark-gfm
 )
+
+case "${1:-all}" in
+  run) packages=("${run_packages[@]}") ;;
+  all) packages=("${run_packages[@]}" "${test_packages[@]}") ;;
+  *)
+    echo "usage: scripts/install-deps.sh [run|all]" >&2
+    exit 2
+    ;;
+esac
 
 missing=()
 for p in "${packages[@]}"; do

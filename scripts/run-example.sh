@@ -4,7 +4,7 @@
 # arguments go to zandolin-sim.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-"$root/scripts/install-deps.sh"
+"$root/scripts/install-deps.sh" run
 cmake -S "$root" -B "$root/build/linux-release" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZANDOLIN_TESTS=OFF >/dev/null
 ninja -C "$root/build/linux-release" zandolin-sim zandolin-debug >/dev/null
 exec "$root/build/linux-release/zandolin-sim" "$@"

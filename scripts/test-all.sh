@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds everything (Linux with sanitizers, Windows x86_64 and i686) and runs
-# every test: the unit and scenario tests, then the Windows build under Wine.
+# every test: the unit and scenario tests, then the release package made from
+# the Windows build, and its engine and files under Wine.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 jobs=$(nproc)
@@ -15,5 +16,5 @@ ninja -C "$root/build/linux" -j "$jobs"
 echo "== Windows builds"
 "$root/scripts/build-windows.sh" "$root/build"
 
-echo "== Windows build under Wine"
-"$root/tests/e2e/run-all.sh" "$root/build/build-win64/ZandolinEngine.exe" "$root/build/linux/zandolin-debug"
+echo "== Release package, and the Windows build from it under Wine"
+"$root/tests/package/test-package.sh" "$root/build/linux/zandolin-debug"

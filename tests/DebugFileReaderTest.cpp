@@ -1,3 +1,4 @@
+#include "Version.h"
 #include "app/zandolin-debug/DebugFileReader.h"
 
 #include "diagnostics/modFileEncoding.h"
@@ -1056,6 +1057,21 @@ TEST_F(ZandolinDebugTest, FileWithoutDebugLog_ExitsWithTheReason) {
   EXPECT_EQ(2, Run("'" + path + "'"));
   EXPECT_EQ("", out);
   EXPECT_EQ("zandolin-debug: " + path + ": the file holds no debug log\n", err);
+}
+
+TEST_F(ZandolinDebugTest, Version_PrintsTheProjectVersionOnStandardOutput) {
+  EXPECT_EQ(0, Run("--version"));
+  EXPECT_EQ(std::string("zandolin-debug ") + ZANDOLIN_VERSION + "\n", out);
+  EXPECT_EQ("", err);
+}
+
+TEST_F(ZandolinDebugTest, Help_PrintsUsageAndWhatTheProgramDoesOnStandardOutput) {
+  EXPECT_EQ(0, Run("--help"));
+  EXPECT_EQ(0u, out.find("usage: zandolin-debug FILE\n"
+                         "       zandolin-debug --help | --version\n\n"
+                         "Prints the engine's debug file FILE"))
+      << out;
+  EXPECT_EQ("", err);
 }
 
 TEST_F(ZandolinDebugTest, TwoArguments_ExitsWithUsage) {

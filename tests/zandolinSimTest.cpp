@@ -1,6 +1,7 @@
 // zandolin-sim as a program: its command line, exit status, report and
 // transcript, run as a subprocess.
 #include "IniFileBuilder.h"
+#include "Version.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -266,6 +267,23 @@ TEST_F(ZandolinSimTest, UsageErrors_ExitWith2AndSayWhy) {
   EXPECT_EQ(noFolder.status, 2);
   EXPECT_EQ(noFolder.err, "zandolin-sim: MACHINE_DIR '" + (work / "nothing").string() + "' is not a folder\n");
   EXPECT_EQ(noFolder.out, "");
+}
+
+TEST_F(ZandolinSimTest, Version_PrintsTheProjectVersionOnStandardOutput) {
+  Result r = Sim({"--version"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, std::string("zandolin-sim ") + ZANDOLIN_VERSION + "\n");
+  EXPECT_EQ(r.err, "");
+}
+
+TEST_F(ZandolinSimTest, Help_PrintsTheUsageOnStandardOutputAndRunsNothing) {
+  Result r = Sim({client.string(), "--help"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out.substr(0, r.out.find('\n')),
+            "usage: zandolin-sim [MACHINE_DIR] [--cmdline TEXT] [--json] [--report FILE]");
+  EXPECT_NE(r.out.find("\n  --version          print the version\n"), std::string::npos) << r.out;
+  EXPECT_EQ(r.err, "");
+  EXPECT_TRUE(fs::is_empty(client));
 }
 
 TEST_F(ZandolinSimTest, BadMachineJson_ExitsWith2NamingFileAndPlace) {

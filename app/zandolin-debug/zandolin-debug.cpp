@@ -1,7 +1,9 @@
 // zandolin-debug FILE: prints a debug file as UTF-8 text on standard output.
 // Exit status 0 when the file held a debug log; 2, with the reason on
 // standard error, for a missing argument, a file that cannot be read, an
-// empty file or one that holds no debug log.
+// empty file or one that holds no debug log. --help and --version print on
+// standard output and exit 0.
+#include "Version.h"
 #include "app/zandolin-debug/DebugFileReader.h"
 
 #include <cerrno>
@@ -18,6 +20,20 @@
 namespace {
 
 constexpr int kUsageError = 2;
+
+const char kUsage[] = "usage: zandolin-debug FILE\n";
+
+const char kHelp[] =
+    "usage: zandolin-debug FILE\n"
+    "       zandolin-debug --help | --version\n"
+    "\n"
+    "Prints the engine's debug file FILE (<COMPUTERNAME>.debug, beside the engine)\n"
+    "as readable UTF-8 text on standard output. When the file still holds the tail\n"
+    "of an older, longer run behind the newest log, only the newest run is\n"
+    "printed, and standard error says how many bytes were dropped.\n"
+    "\n"
+    "Exit status: 0 when the file held a debug log; 2, with the reason on standard\n"
+    "error, for a file that cannot be read, is empty or holds no debug log.\n";
 
 int Fail(const std::string& message) {
   std::fprintf(stderr, "zandolin-debug: %s\n", message.c_str());
@@ -45,10 +61,18 @@ bool ReadFile(const std::string& path, std::vector<uint8_t>& bytes, std::string&
 
 int main(int argc, char** argv) {
   if (argc != 2 || argv[1][0] == '\0') {
-    std::fprintf(stderr, "usage: zandolin-debug FILE\n");
+    std::fputs(kUsage, stderr);
     return kUsageError;
   }
   const std::string path = argv[1];
+  if (path == "--help" || path == "-h") {
+    std::fputs(kHelp, stdout);
+    return 0;
+  }
+  if (path == "--version") {
+    std::printf("zandolin-debug %s\n", ZANDOLIN_VERSION);
+    return 0;
+  }
   std::string error;
 
   std::vector<uint8_t> bytes;

@@ -39,7 +39,8 @@ const char kUsage[] =
     "  --network          with --dry-run, send the mail to the real server\n"
     "  --trace            record every call of the boundary (the transcript's calls)\n"
     "  --limit SECONDS    wall-clock time before the run counts as stuck (default 120)\n"
-    "  --help, --version  this text, the version\n";
+    "  --help             print this text\n"
+    "  --version          print the version\n";
 
 struct Options {
   std::optional<fs::path> machineDir;
@@ -105,7 +106,7 @@ Options ParseArguments(int argc, char** argv) {
       std::cout << kUsage;
       std::exit(0);
     } else if (arg == "--version") {
-      std::cout << "zandolin-sim " << ZANDOLIN_VERSION << "\n";
+      std::cout << "zandolin-sim " ZANDOLIN_VERSION "\n";
       std::exit(0);
     } else if (!arg.empty() && arg[0] == '-' && arg != "-") {
       throw UsageError{"unknown option '" + arg + "'"};

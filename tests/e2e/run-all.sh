@@ -9,7 +9,8 @@
 # the ones named), in order. Each check prints one line; the closing line
 # says "N passed, M failed". The exit status is 0 only when all passed.
 # Pictures of the screen go to E2E_OUT (default: zandolin-e2e-pictures in
-# the temporary folder).
+# the temporary folder). The event message files checked are those of
+# E2E_MESSAGE_FILES (default: the EvntMsg.dll beside the engine).
 set -uo pipefail
 
 if [ $# -lt 2 ]; then
