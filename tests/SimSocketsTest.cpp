@@ -147,8 +147,9 @@ TEST_F(SimSocketsTest, PortThatIsNoNumber_FailsAsOnTheNetwork) {
   ConnectTo("accept", "smtp");
   Sys().ui->DoEvents();
   EXPECT_EQ(recorder.events,
-            std::vector<std::string>{
-                "error 40014 The argument passed to a function was not in the correct format or in the specified range"});
+            std::vector<std::string>{"error 40014 The argument passed to a function was not in the correct "
+                                     "format or in the "
+                                     "specified range"});
   EXPECT_EQ(Transcript()["sockets"][0]["connected"], false);
 }
 

@@ -20,6 +20,11 @@
 
 namespace {
 
+// The socket control's text of its error 40014, a port that is no number.
+const std::string kBadArgument =
+    "The argument passed to a function was not in the correct format or in the "
+    "specified range";
+
 using nlohmann::json;
 using smtppeer::Peer;
 using testini::IniFile;
@@ -544,10 +549,13 @@ TEST_F(HangingSessionTest, PortThatIsNoNumber_GoesToConnectAsItStands) {
   EXPECT_EQ("stuck", t["ended"]);
   EXPECT_EQ("forms still loaded: 2", t["stuckIn"]);
   EXPECT_EQ(Line(">> Sending nofication via STMP, server (port): 127.0.0.1(smtp)"), SessionLog(t));
-  EXPECT_EQ(json::parse(R"([{"host": "127.0.0.1", "port": "smtp", "sent": "", "received": "",
-              "peer": "network", "connected": false, "error": {"number": 40014, "description":
-              "The argument passed to a function was not in the correct format or in the specified range"}}])"),
-            t["sockets"]);
+  json socket = t["sockets"][0];
+  EXPECT_EQ(socket["error"]["number"], 40014);
+  EXPECT_EQ(socket["error"]["description"], kBadArgument);
+  socket.erase("error");
+  EXPECT_EQ(json::parse(R"({"host": "127.0.0.1", "port": "smtp", "sent": "", "received": "", "peer": "network",
+                            "connected": false})"),
+            socket);
 }
 
 // No Connect event within thirty ticks: the form goes silently and the run
