@@ -78,15 +78,19 @@ void DispatchNotifications() {
   }
 }
 
-// Appends the report, under a "Report At: " head, to the output file. The
-// head stays in gOutcomeText for the channels that follow.
-void WriteNotificationFile() {
+// The output file's name: path, computer and user, outcome, the given name.
+std::string NotificationFileName() {
   const INIDocumentRecord& d = INIDocument;
-
   std::string fileName = d.FileOutputPath + "\\";
   if (d.IncludeComputerName) fileName += GetClientComputerName() + "_" + GetCurrentUserName() + "_";
   if (d.IncludeOutcome) fileName += AbortStatus ? "FAILED_" : "SUCCESS_";
-  fileName += d.FileOutputName;
+  return fileName + d.FileOutputName;
+}
+
+// Appends the report, under a "Report At: " head, to the output file. The
+// head stays in gOutcomeText for the channels that follow.
+void WriteNotificationFile() {
+  const std::string fileName = NotificationFileName();
 
   WriteDebug(">> Writing to notification output file: " + fileName);
 

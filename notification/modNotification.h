@@ -12,5 +12,6 @@ void AppendOutcome(const std::string& line);
 std::string GetClientComputerName();
 void DispatchNotifications();
 void WriteNotificationFile();
+std::string NotificationFileName();
 void StartSMTPSession();
 void ReportErrorOutcome(const std::string& Text);

@@ -20,6 +20,7 @@ test_packages=(
   python3 python3-aiosmtpd
   xvfb xdotool imagemagick x11-apps fonts-wine
   osslsigncode openssl zip unzip cmark-gfm
+  chromium
 )
 
 case "${1:-all}" in

@@ -16,7 +16,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <unistd.h>
+#include <random>
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -40,7 +40,11 @@ const char kUsage[] =
     "  --trace            record every call of the boundary (the transcript's calls)\n"
     "  --limit SECONDS    wall-clock time before the run counts as stuck (default 120)\n"
     "  --help             print this text\n"
-    "  --version          print the version\n";
+    "  --version          print the version\n"
+    "\n"
+    "The \"ldap\" form of machine.json's directory (a real LDAP server) works in the\n"
+    "Linux build only: the Windows build, zandolin-sim.exe, has no LDAP client for it\n"
+    "and fails the bind as a directory server that does not answer.\n";
 
 struct Options {
   std::optional<fs::path> machineDir;
@@ -140,10 +144,15 @@ std::optional<fs::path> FindExample(const char* argv0) {
   return std::nullopt;
 }
 
+// A folder of its own under the temporary directory, made here.
 fs::path FreshTempFolder() {
-  std::string pattern = (fs::temp_directory_path() / "zandolin-sim-XXXXXX").string();
-  if (!mkdtemp(pattern.data())) throw UsageError{"cannot make a temporary folder"};
-  return fs::path(pattern);
+  std::random_device random;
+  std::error_code ec;
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    fs::path folder = fs::temp_directory_path(ec) / ("zandolin-sim-" + std::to_string(random()));
+    if (fs::create_directory(folder, ec)) return folder;
+  }
+  throw UsageError{"cannot make a temporary folder"};
 }
 
 void CopyFolder(const fs::path& from, const fs::path& to) {

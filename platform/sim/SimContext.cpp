@@ -331,8 +331,7 @@ void Context::BeginRun(double limitSeconds) {
   for (const std::string& dir : {CurrentDir(), machine.windowsDir, machine.systemDir, machine.profileDir,
                                  machine.tempDir}) {
     ResolvedPath path = ResolveWindowsPath(folder, dir);
-    std::error_code ec;
-    if (path.status == ResolvedPath::kOk && !path.host.empty()) fs::create_directories(path.host, ec);
+    if (path.status == ResolvedPath::kOk && !path.host.empty()) DriveMakeFolders(*this, path.host);
   }
   lastError = 0;
   printersBefore = machine.printers;
@@ -367,7 +366,11 @@ void Context::BeginRun(double limitSeconds) {
   } else {
     std::time_t now = std::time(nullptr);
     std::tm local{};
+#ifdef _WIN32
+    localtime_s(&local, &now);
+#else
     localtime_r(&now, &local);
+#endif
     startTime = {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
                  local.tm_hour, local.tm_min, local.tm_sec};
   }

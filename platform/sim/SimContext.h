@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -114,10 +115,25 @@ struct ProgressRecord {
   int maximum = 100;
 };
 
+// A file a client that keeps its files in memory has written.
+struct MemoryFile {
+  std::filesystem::path host;   // where it would stand under files/
+  std::string bytes;
+};
+
+// What the runs of a client that keeps its files in memory have written,
+// by the upper-case host path: its folder is read and never written.
+struct MemoryDrives {
+  std::map<std::string, MemoryFile> files;
+  std::set<std::string> folders;
+};
+
 struct Context {
   std::filesystem::path folder;   // the client folder (machine.json, files/)
   Machine machine;
   uint32_t lastError = 0;
+  std::optional<MemoryDrives> memory;   // set: the runs write into memory only
+  bool stuckAtOnce = false;             // a wait nothing can end is stuck at once
 
   // Transcript records.
   std::vector<SimPrinter> printersBefore;
@@ -215,6 +231,25 @@ struct Context {
   // The run status this run recorded, or null.
   nlohmann::json RunStatusRecord() const;
 };
+
+// The files of the drives by host path, as the run sees them: the client
+// folder and, over it, what a client that keeps its files in memory has
+// written (SimDrives.cpp). Errors are errno values.
+enum class DriveWriteMode {
+  kAppend,     // at the end, creating the file
+  kReplace,    // the whole content in one step (beside, then in its place)
+  kTruncate,   // emptied, then written
+  kFromStart,  // from the first byte, the rest of a longer file kept
+};
+bool DriveIsFolder(const Context& c, const std::filesystem::path& host);
+bool DriveIsFile(const Context& c, const std::filesystem::path& host);
+int DriveRead(const Context& c, const std::filesystem::path& host, std::string& bytes);
+int DriveWrite(Context& c, const std::filesystem::path& host, const std::string& bytes,
+               DriveWriteMode mode);
+// Makes the folder and those above it.
+void DriveMakeFolders(Context& c, const std::filesystem::path& host);
+// The names of the files (not folders) in a folder, in no order.
+std::vector<std::string> DriveFileNames(const Context& c, const std::filesystem::path& folder);
 
 // The context of the client that is installed.
 Context& Current();

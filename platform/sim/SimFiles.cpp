@@ -3,13 +3,7 @@
 #include "platform/sim/SimServices.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
-#include <fcntl.h>
-#include <fstream>
-#include <sstream>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace sim {
 
@@ -72,12 +66,11 @@ Failure ErrnoFailure(int error) {
 Failure CheckWritable(Context& c, const ResolvedPath& path) {
   if (Failure f = PathFailure(path); f.failed()) return f;
   if (c.IsReadOnly(path.windows)) return StandardFailure(platform::kErrPermissionDenied);
-  std::error_code ec;
-  if (fs::is_directory(path.host, ec)) return StandardFailure(platform::kErrPathFileAccess);
+  if (DriveIsFolder(c, path.host)) return StandardFailure(platform::kErrPathFileAccess);
   fs::path parent = path.host.parent_path();
   if (path.onDriveC && path.windows.size() > 3 && path.windows.find('\\', 3) == std::string::npos)
-    fs::create_directories(parent, ec);   // a file in C:'s root
-  if (!fs::is_directory(parent, ec)) return StandardFailure(platform::kErrPathNotFound);
+    DriveMakeFolders(c, parent);   // a file in C:'s root
+  if (!DriveIsFolder(c, parent)) return StandardFailure(platform::kErrPathNotFound);
   return {};
 }
 
@@ -86,24 +79,28 @@ Failure CheckWritable(Context& c, const ResolvedPath& path) {
 Failure FolderNameFailure(Context& c, const std::string& windowsPath) {
   if (windowsPath.empty() || (windowsPath.back() != '\\' && windowsPath.back() != '/')) return {};
   ResolvedPath path = c.Resolve(windowsPath);
-  std::error_code ec;
-  if (path.status == ResolvedPath::kOk && fs::is_directory(path.host, ec))
+  if (path.status == ResolvedPath::kOk && DriveIsFolder(c, path.host))
     return StandardFailure(platform::kErrPathFileAccess);
   return StandardFailure(platform::kErrPathNotFound);
 }
 
-bool WriteAll(int fd, const char* data, size_t size, off_t offset, bool positioned) {
-  size_t done = 0;
-  while (done < size) {
-    ssize_t n = positioned ? pwrite(fd, data + done, size - done, offset + static_cast<off_t>(done))
-                           : write(fd, data + done, size - done);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    done += static_cast<size_t>(n);
+// Reads a file that is to be there: a folder gives 75, a missing file 53, a
+// missing folder 76, a file that cannot be opened 70.
+Failure ReadExisting(const Context& c, const ResolvedPath& path, std::string& bytes) {
+  if (DriveIsFolder(c, path.host)) return StandardFailure(platform::kErrPathFileAccess);
+  if (!DriveIsFile(c, path.host)) {
+    return StandardFailure(DriveIsFolder(c, path.host.parent_path()) ? platform::kErrFileNotFound
+                                                                     : platform::kErrPathNotFound);
   }
-  return true;
+  if (DriveRead(c, path.host, bytes) != 0) return StandardFailure(platform::kErrPermissionDenied);
+  return {};
+}
+
+// Writes a checked file and notes it as written.
+Failure Write(Context& c, const ResolvedPath& path, const std::string& bytes, DriveWriteMode mode) {
+  if (int error = DriveWrite(c, path.host, bytes, mode); error != 0) return ErrnoFailure(error);
+  c.NoteFileWritten(path.windows);
+  return {};
 }
 
 class SimFiles : public platform::Files {
@@ -114,15 +111,9 @@ class SimFiles : public platform::Files {
     ResolvedPath path = c.Resolve(pattern, true);
     if (path.status != ResolvedPath::kOk) return "";
     std::string mask = path.host.filename().string();
-    fs::path dir = path.host.parent_path();
-    std::error_code ec;
     std::vector<std::string> names;
-    for (const fs::directory_entry& entry : fs::directory_iterator(dir, ec)) {
-      std::error_code typeError;
-      if (!entry.is_regular_file(typeError)) continue;
-      std::string name = entry.path().filename().string();
-      if (MatchesPattern(name, mask)) names.push_back(name);
-    }
+    for (std::string& name : DriveFileNames(c, path.host.parent_path()))
+      if (MatchesPattern(name, mask)) names.push_back(std::move(name));
     if (names.empty()) return "";
     // The order of an NTFS folder: by name, case-blind.
     std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
@@ -137,18 +128,7 @@ class SimFiles : public platform::Files {
     if (const Fault* f = c.TakeFault("ReadText", windowsPath)) return StandardFailure(f->lastError);
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = PathFailure(path); f.failed()) return f;
-    std::error_code ec;
-    if (fs::is_directory(path.host, ec)) return StandardFailure(platform::kErrPathFileAccess);
-    if (!fs::exists(path.host, ec)) {
-      return StandardFailure(fs::is_directory(path.host.parent_path(), ec) ? platform::kErrFileNotFound
-                                                                           : platform::kErrPathNotFound);
-    }
-    std::ifstream in(path.host, std::ios::binary);
-    if (!in) return StandardFailure(platform::kErrPermissionDenied);
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    content = buffer.str();
-    return {};
+    return ReadExisting(c, path, content);
   }
 
   Failure AppendText(const std::string& windowsPath, const std::string& content) override {
@@ -157,15 +137,7 @@ class SimFiles : public platform::Files {
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = CheckWritable(c, path); f.failed()) return f;
-    int fd = open(path.host.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-    if (fd < 0) return ErrnoFailure(errno);
-    // One write, so that reports of engines sharing the file do not tear.
-    bool ok = WriteAll(fd, content.data(), content.size(), 0, false);
-    int error = errno;
-    close(fd);
-    c.NoteFileWritten(path.windows);
-    if (!ok) return ErrnoFailure(error);
-    return {};
+    return Write(c, path, content, DriveWriteMode::kAppend);
   }
 
   Failure ReplaceText(const std::string& windowsPath, const std::string& content) override {
@@ -174,27 +146,7 @@ class SimFiles : public platform::Files {
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = CheckWritable(c, path); f.failed()) return f;
-    static std::atomic<unsigned> counter{0};
-    fs::path temp = path.host.parent_path() /
-                    ("." + path.host.filename().string() + "." + std::to_string(getpid()) + "-" +
-                     std::to_string(counter++) + ".new");
-    int fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd < 0) return ErrnoFailure(errno);
-    bool ok = WriteAll(fd, content.data(), content.size(), 0, false);
-    int error = errno;
-    close(fd);
-    std::error_code ec;
-    if (!ok) {
-      fs::remove(temp, ec);
-      return ErrnoFailure(error);
-    }
-    if (rename(temp.c_str(), path.host.c_str()) != 0) {
-      error = errno;
-      fs::remove(temp, ec);
-      return ErrnoFailure(error);
-    }
-    c.NoteFileWritten(path.windows);
-    return {};
+    return Write(c, path, content, DriveWriteMode::kReplace);
   }
 
   Failure WriteBinary(const std::string& windowsPath, const std::vector<uint8_t>& bytes) override {
@@ -203,14 +155,7 @@ class SimFiles : public platform::Files {
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = CheckWritable(c, path); f.failed()) return f;
-    int fd = open(path.host.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
-    if (fd < 0) return ErrnoFailure(errno);
-    bool ok = WriteAll(fd, reinterpret_cast<const char*>(bytes.data()), bytes.size(), 0, true);
-    int error = errno;
-    close(fd);
-    c.NoteFileWritten(path.windows);
-    if (!ok) return ErrnoFailure(error);
-    return {};
+    return Write(c, path, std::string(bytes.begin(), bytes.end()), DriveWriteMode::kFromStart);
   }
 
   Failure FileCopy(const std::string& source, const std::string& target) override {
@@ -219,28 +164,17 @@ class SimFiles : public platform::Files {
       return StandardFailure(f->lastError);
     ResolvedPath from = c.Resolve(source);
     if (Failure f = PathFailure(from); f.failed()) return f;
-    std::error_code ec;
-    if (fs::is_directory(from.host, ec)) return StandardFailure(platform::kErrPathFileAccess);
-    if (!fs::exists(from.host, ec)) {
-      return StandardFailure(fs::is_directory(from.host.parent_path(), ec) ? platform::kErrFileNotFound
-                                                                           : platform::kErrPathNotFound);
+    if (DriveIsFolder(c, from.host)) return StandardFailure(platform::kErrPathFileAccess);
+    if (!DriveIsFile(c, from.host)) {
+      return StandardFailure(DriveIsFolder(c, from.host.parent_path()) ? platform::kErrFileNotFound
+                                                                       : platform::kErrPathNotFound);
     }
     if (Failure f = FolderNameFailure(c, target); f.failed()) return f;
     ResolvedPath to = c.Resolve(target);
     if (Failure f = CheckWritable(c, to); f.failed()) return f;
-    std::ifstream in(from.host, std::ios::binary);
-    if (!in) return StandardFailure(platform::kErrPermissionDenied);
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    std::string bytes = buffer.str();
-    int fd = open(to.host.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) return ErrnoFailure(errno);
-    bool ok = WriteAll(fd, bytes.data(), bytes.size(), 0, false);
-    int error = errno;
-    close(fd);
-    c.NoteFileWritten(to.windows);
-    if (!ok) return ErrnoFailure(error);
-    return {};
+    std::string bytes;
+    if (DriveRead(c, from.host, bytes) != 0) return StandardFailure(platform::kErrPermissionDenied);
+    return Write(c, to, bytes, DriveWriteMode::kTruncate);
   }
 };
 

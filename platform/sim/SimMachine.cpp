@@ -626,10 +626,11 @@ Json RegistryValueToJson(const RegistryValue& value) {
 
 }  // namespace
 
-Machine LoadMachine(const fs::path& folder) {
-  fs::path file = folder / "machine.json";
+Machine LoadMachine(const fs::path& folder) { return LoadMachineFile(folder / "machine.json"); }
+
+Machine LoadMachineFile(const fs::path& file) {
   // Messages name the file as the user knows it; the caller knows the folder.
-  const std::string name = "machine.json";
+  const std::string name = file.filename().string();
   std::error_code ec;
   if (!fs::exists(file, ec)) return Machine{};
   std::ifstream in(file, std::ios::binary);

@@ -154,6 +154,9 @@ nlohmann::ordered_json PointAndPrintToJson(
 // naming the file and the line and column, or the field, and what was
 // expected: "machine.json: field 'os.platformId': expected an integer".
 Machine LoadMachine(const std::filesystem::path& folder);
+// The same for a file in machine.json's form by any name; messages name it
+// by its file name.
+Machine LoadMachineFile(const std::filesystem::path& file);
 // Writes the machine back to folder/machine.json.
 void SaveMachine(const std::filesystem::path& folder, const Machine& machine);
 

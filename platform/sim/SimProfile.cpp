@@ -2,9 +2,9 @@
 // Windows reads them, and the per-user profile (winIni).
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
+#include "platform/sim/Simulator.h"
 
 #include <cstring>
-#include <fstream>
 #include <sstream>
 
 namespace sim {
@@ -16,10 +16,12 @@ namespace fs = std::filesystem;
 struct IniKey {
   std::string name;
   std::optional<std::string> value;   // nullopt: a line without "="
+  int line = 0;                       // in the file, from 1
 };
 struct IniSection {
   std::string name;
   std::vector<IniKey> keys;
+  int line = 0;
 };
 
 bool IsProfileSpace(char c) {
@@ -86,23 +88,25 @@ std::vector<IniSection> ParseIni(const std::string& text) {
   std::vector<IniSection> sections;
   std::istringstream in(text);
   std::string line;
+  int number = 0;
   while (std::getline(in, line)) {
+    ++number;
     std::string trimmed = TrimProfile(line);
     if (trimmed.empty() || trimmed[0] == ';') continue;
     if (trimmed[0] == '[') {
       size_t close = trimmed.rfind(']');
       std::string name = close == std::string::npos || close == 0 ? trimmed.substr(1)
                                                                   : trimmed.substr(1, close - 1);
-      sections.push_back(IniSection{name, {}});
+      sections.push_back(IniSection{name, {}, number});
       continue;
     }
     if (sections.empty()) continue;   // lines before the first section belong to none
     size_t equals = trimmed.find('=');
     if (equals == std::string::npos) {
-      sections.back().keys.push_back(IniKey{trimmed, std::nullopt});
+      sections.back().keys.push_back(IniKey{trimmed, std::nullopt, number});
     } else {
       sections.back().keys.push_back(
-          IniKey{TrimProfile(trimmed.substr(0, equals)), TrimProfile(trimmed.substr(equals + 1))});
+          IniKey{TrimProfile(trimmed.substr(0, equals)), TrimProfile(trimmed.substr(equals + 1)), number});
     }
   }
   return sections;
@@ -112,8 +116,8 @@ std::vector<IniSection> ParseIni(const std::string& text) {
 std::vector<IniSection> WinIniSections(const Machine& machine) {
   std::vector<IniSection> sections;
   for (const auto& [name, keys] : machine.winIni) {
-    IniSection s{name, {}};
-    for (const auto& [key, value] : keys) s.keys.push_back(IniKey{TrimProfile(key), TrimProfile(value)});
+    IniSection s{name, {}, 0};
+    for (const auto& [key, value] : keys) s.keys.push_back(IniKey{TrimProfile(key), TrimProfile(value), 0});
     sections.push_back(s);
   }
   return sections;
@@ -146,19 +150,16 @@ std::vector<IniSection> LoadProfileFile(const Context& c, const std::string& fil
     error = path.status == ResolvedPath::kBadName ? 123 : ERROR_FILE_NOT_FOUND;   // ERROR_INVALID_NAME
     return {};
   }
-  std::error_code ec;
-  if (fs::is_directory(path.host, ec)) {
+  if (DriveIsFolder(c, path.host)) {
     error = ERROR_ACCESS_DENIED;
     return {};
   }
-  std::ifstream in(path.host, std::ios::binary);
-  if (!in) {
-    error = fs::exists(path.host, ec) ? ERROR_ACCESS_DENIED : ERROR_FILE_NOT_FOUND;
+  std::string bytes;
+  if (DriveRead(c, path.host, bytes) != 0) {
+    error = DriveIsFile(c, path.host) ? ERROR_ACCESS_DENIED : ERROR_FILE_NOT_FOUND;
     return {};
   }
-  std::stringstream buffer;
-  buffer << in.rdbuf();
-  return ParseIni(DecodeIniBytes(buffer.str()));
+  return ParseIni(DecodeIniBytes(bytes));
 }
 
 const IniSection* FindSection(const std::vector<IniSection>& sections, const std::string& name) {
@@ -230,6 +231,26 @@ DWORD GetString(const std::vector<IniSection>& sections, LPCSTR section, LPCSTR 
   while (!fallback.empty() && fallback.back() == ' ') fallback.pop_back();
   return CopyValue(fallback, buffer, size);
 }
+
+}  // namespace
+
+ProfileLocation LocateProfileKey(const std::string& fileBytes, const std::string& section,
+                                 const std::string& key) {
+  ProfileLocation where;
+  std::vector<IniSection> sections = ParseIni(DecodeIniBytes(fileBytes));
+  const IniSection* s = FindSection(sections, section);
+  if (!s) return where;
+  where.sectionLine = s->line;
+  std::string wanted = TrimProfile(key);
+  for (const IniKey& k : s->keys) {
+    if (!SameNoCase(k.name, wanted)) continue;
+    where.keyLine = k.line;
+    break;
+  }
+  return where;
+}
+
+namespace {
 
 class SimProfile : public platform::Profile {
  public:

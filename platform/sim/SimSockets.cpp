@@ -8,22 +8,95 @@
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
+#include <chrono>
+
+#ifdef _WIN32
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#else
+#include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#endif
 
 #include <algorithm>
-#include <ctime>
 #include <optional>
 
 namespace sim {
 
+namespace {
+
+// The host's socket calls, each system's in its own branch; failures give
+// the errno value of the same meaning.
+#ifdef _WIN32
+using ssize_t = long long;
+constexpr int kSendFlags = 0;
+constexpr int kReceiveFlags = 0;
+
+int SocketError() {
+  switch (WSAGetLastError()) {
+    case WSAEWOULDBLOCK: return EWOULDBLOCK;
+    case WSAEINPROGRESS: return EINPROGRESS;
+    case WSAEINTR: return EINTR;
+    case WSAECONNREFUSED: return ECONNREFUSED;
+    case WSAECONNRESET: return ECONNRESET;
+    case WSAETIMEDOUT: return ETIMEDOUT;
+    case WSAENETUNREACH: return ENETUNREACH;
+    case WSAEHOSTUNREACH: return EHOSTUNREACH;
+    default: return ECONNABORTED;
+  }
+}
+
+void CloseSocket(int fd) { ::closesocket(static_cast<SOCKET>(fd)); }
+
+int OpenStreamSocket() {
+  static const bool started = [] {
+    WSADATA data;
+    return WSAStartup(MAKEWORD(2, 2), &data) == 0;
+  }();
+  if (!started) return -1;
+  SOCKET s = ::socket(AF_INET, SOCK_STREAM, 0);
+  if (s == INVALID_SOCKET) return -1;
+  u_long on = 1;
+  ::ioctlsocket(s, FIONBIO, &on);
+  return static_cast<int>(s);
+}
+
+// A non-blocking connect that has begun gives "would block" here.
+bool ConnectStarted() { return WSAGetLastError() == WSAEWOULDBLOCK; }
+
+int PollSockets(pollfd* fds, unsigned long count, int milliseconds) {
+  if (count == 0) {
+    ::Sleep(static_cast<DWORD>(milliseconds));
+    return 0;
+  }
+  return ::WSAPoll(fds, count, milliseconds);
+}
+#else
+constexpr int kSendFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
+constexpr int kReceiveFlags = MSG_DONTWAIT;
+
+int SocketError() { return errno; }
+
+void CloseSocket(int fd) { ::close(fd); }
+
+int OpenStreamSocket() { return ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }
+
+bool ConnectStarted() { return errno == EINPROGRESS; }
+
+int PollSockets(pollfd* fds, unsigned long count, int milliseconds) {
+  return ::poll(fds, static_cast<nfds_t>(count), milliseconds);
+}
+#endif
+
+}  // namespace
+
 void HostSocket::Reset() {
-  if (fd >= 0) ::close(fd);
+  if (fd >= 0) CloseSocket(fd);
   fd = -1;
 }
 
@@ -210,13 +283,14 @@ bool PlayedEventDue(const SimSocket& s) {
 // Hands what the host will take of the outbox to the connection.
 void Flush(SimSocket& s) {
   while (!s.outbox.empty() && s.connection.fd >= 0) {
-    ssize_t n = ::send(s.connection.fd, s.outbox.data(), s.outbox.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    ssize_t n = ::send(s.connection.fd, s.outbox.data(), static_cast<int>(s.outbox.size()), kSendFlags);
+    int error = n < 0 ? SocketError() : 0;
     if (n > 0) {
       s.outbox.erase(0, static_cast<size_t>(n));
-    } else if (n < 0 && errno == EINTR) {
+    } else if (n < 0 && error == EINTR) {
       continue;
     } else {
-      if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) QueueError(s, ErrorForErrno(errno));
+      if (n < 0 && error != EAGAIN && error != EWOULDBLOCK) QueueError(s, ErrorForErrno(error));
       return;
     }
   }
@@ -227,21 +301,18 @@ void Flush(SimSocket& s) {
 // sees an orderly close.
 void EndConnection(SimSocket& s) {
   if (s.connection.fd >= 0 && !s.outbox.empty() && s.state != platform::kSocketConnecting) {
-    timespec start{};
-    clock_gettime(CLOCK_MONOTONIC, &start);
+    const auto start = std::chrono::steady_clock::now();
     for (;;) {
       Flush(s);
       if (s.outbox.empty() || s.errorPending) break;
-      timespec now{};
-      clock_gettime(CLOCK_MONOTONIC, &now);
-      if (now.tv_sec - start.tv_sec >= 1) break;
-      pollfd p{s.connection.fd, POLLOUT, 0};
-      ::poll(&p, 1, 50);
+      if (std::chrono::steady_clock::now() - start >= std::chrono::seconds(1)) break;
+      pollfd p{static_cast<decltype(pollfd::fd)>(s.connection.fd), POLLOUT, 0};
+      PollSockets(&p, 1, 50);
     }
   }
   if (s.connection.fd >= 0) {
     char scrap[4096];
-    while (::recv(s.connection.fd, scrap, sizeof scrap, MSG_DONTWAIT) > 0) {
+    while (::recv(s.connection.fd, scrap, sizeof scrap, kReceiveFlags) > 0) {
     }
   }
   s.connection.Reset();
@@ -334,14 +405,14 @@ class SimSockets : public platform::Sockets {
     ::freeaddrinfo(found);
     address.sin_port = htons(static_cast<uint16_t>(number));
 
-    s.connection.fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    s.connection.fd = OpenStreamSocket();
     if (s.connection.fd < 0) {
-      QueueError(s, ErrorForErrno(errno));
+      QueueError(s, ErrorForErrno(SocketError()));
       return {};
     }
     if (::connect(s.connection.fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 &&
-        errno != EINPROGRESS) {
-      int error = errno;
+        !ConnectStarted()) {
+      int error = SocketError();
       s.connection.Reset();
       QueueError(s, ErrorForErrno(error));
     }
@@ -435,11 +506,12 @@ bool PumpOne(Context& c, int id) {
   if (s.connection.fd < 0) return false;
 
   if (s.state == platform::kSocketConnecting) {
-    pollfd p{s.connection.fd, POLLOUT, 0};
-    if (::poll(&p, 1, 0) <= 0) return false;
+    pollfd p{static_cast<decltype(pollfd::fd)>(s.connection.fd), POLLOUT, 0};
+    if (PollSockets(&p, 1, 0) <= 0) return false;
     int error = 0;
     socklen_t size = sizeof error;
-    if (::getsockopt(s.connection.fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0) error = errno;
+    if (::getsockopt(s.connection.fd, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size) != 0)
+      error = SocketError();
     if (error == 0) {
       s.state = platform::kSocketConnected;
       NoteConnected(c, s);
@@ -457,7 +529,7 @@ bool PumpOne(Context& c, int id) {
 
   if (s.state != platform::kSocketConnected) return false;
   char buffer[kReceiveChunk];
-  ssize_t n = ::recv(s.connection.fd, buffer, sizeof buffer, MSG_DONTWAIT);
+  ssize_t n = ::recv(s.connection.fd, buffer, sizeof buffer, kReceiveFlags);
   if (n > 0) {
     s.inbox.append(buffer, static_cast<size_t>(n));
     NoteReceived(c, s, buffer, static_cast<size_t>(n));
@@ -471,8 +543,9 @@ bool PumpOne(Context& c, int id) {
     c.socketNotes[s.transcriptIndex].serverClosed = true;
     return true;
   }
-  if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) return false;
-  QueueError(s, ErrorForErrno(errno));
+  int error = SocketError();
+  if (error == EAGAIN || error == EWOULDBLOCK || error == EINTR) return false;
+  QueueError(s, ErrorForErrno(error));
   return false;   // the error event comes with the next pump
 }
 
@@ -495,7 +568,7 @@ bool PumpSocketEvents() {
 void WaitForSocketEvents(std::chrono::steady_clock::duration limit) {
   Context& c = Current();
   pollfd fds[16];
-  nfds_t count = 0;
+  unsigned long count = 0;
   for (const auto& [id, s] : c.socketTable) {
     if (s.errorPending || PlayedEventDue(s)) return;
     if (s.connection.fd < 0 || count == sizeof fds / sizeof fds[0]) continue;
@@ -503,12 +576,11 @@ void WaitForSocketEvents(std::chrono::steady_clock::duration limit) {
     if (s.state == platform::kSocketConnecting) events = POLLOUT;
     if (s.state == platform::kSocketConnected) events = POLLIN;
     if (!s.outbox.empty() && s.state != platform::kSocketConnecting) events |= POLLOUT;
-    if (events) fds[count++] = pollfd{s.connection.fd, events, 0};
+    if (events) fds[count++] = pollfd{static_cast<decltype(pollfd::fd)>(s.connection.fd), events, 0};
   }
   if (limit < std::chrono::steady_clock::duration::zero()) limit = std::chrono::steady_clock::duration::zero();
-  auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(limit).count();
-  timespec timeout{static_cast<time_t>(ns / 1000000000), static_cast<long>(ns % 1000000000)};
-  ::ppoll(count ? fds : nullptr, count, &timeout, nullptr);
+  auto us = std::chrono::duration_cast<std::chrono::microseconds>(limit).count();
+  PollSockets(fds, count, static_cast<int>((us + 999) / 1000));
 }
 
 platform::Sockets& SocketsService() {

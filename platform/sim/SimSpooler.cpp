@@ -11,6 +11,9 @@
 #include <string>
 #include <vector>
 
+// <windows.h> names a Win32 call OpenPrinter; here it is the record below.
+#undef OpenPrinter
+
 namespace sim {
 
 namespace {

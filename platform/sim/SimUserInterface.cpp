@@ -68,6 +68,16 @@ void IdleWait(Context& c) {
   WaitForSocketEvents(wait);
 }
 
+// Whether an event can still come: a timer that ticks, or a socket that is
+// not closed.
+bool EventCanCome(const Context& c) {
+  for (const auto& [id, timer] : c.timers)
+    if (timer.enabled) return true;
+  for (const auto& [id, socket] : c.socketTable)
+    if (socket.state != platform::kSocketClosed || socket.errorPending) return true;
+  return false;
+}
+
 // One round of the pump: due ticks, then socket events. A waiting caller
 // that finds nothing to do sleeps until something may have happened and
 // looks once more.
@@ -75,6 +85,7 @@ void Round(Context& c, bool mayWait) {
   bool happened = RunDueTimers(c);
   happened = PumpSocketEvents() || happened;
   if (!happened && mayWait) {
+    if (c.stuckAtOnce && !EventCanCome(c)) throw StuckError{c.StuckReason(), c.PlainStuckReason()};
     IdleWait(c);
     happened = RunDueTimers(c);
     happened = PumpSocketEvents() || happened;

@@ -56,7 +56,24 @@ class SimClient : public Client {
     return Transcript();
   }
 
-  void Save() override { SaveMachine(context_.folder, context_.machine); }
+  void Save() override {
+    if (!context_.memory) SaveMachine(context_.folder, context_.machine);
+  }
+
+  Machine& State() override { return context_.machine; }
+
+  void KeepFilesInMemory() override {
+    if (!context_.memory) context_.memory.emplace();
+  }
+
+  platform::Failure PutFile(const std::string& windowsPath, const std::string& bytes) override {
+    ResolvedPath path = ResolveWindowsPath(context_.folder, windowsPath);
+    if (path.status != ResolvedPath::kOk) return StandardFailure(platform::kErrPathNotFound);
+    DriveMakeFolders(context_, path.host.parent_path());
+    if (int error = DriveWrite(context_, path.host, bytes, DriveWriteMode::kTruncate); error != 0)
+      return StandardFailure(platform::kErrPermissionDenied);
+    return {};
+  }
 
   nlohmann::json Transcript() override { return context_.Transcript(); }
 
@@ -65,6 +82,7 @@ class SimClient : public Client {
     SetCurrent(&context_);
     context_.BeginRun(options.limitSeconds);
     context_.commandLine = options.commandLine;
+    context_.stuckAtOnce = options.stuckAtOnce;
     context_.defaultPeer = options.defaultSmtpPeer;
     context_.tracing = options.trace;
     platform::SetServices(options.trace ? TracedServices(SimulatedServices()) : SimulatedServices());

@@ -3,6 +3,7 @@
 // engine through the platform boundary.
 #pragma once
 
+#include "platform/Platform.h"
 #include "platform/sim/SimMachine.h"
 
 #include <nlohmann/json.hpp>
@@ -23,6 +24,9 @@ struct MachineError {
 struct RunOptions {
   std::string commandLine;     // the engine's command line, untouched
   double limitSeconds = 120;   // wall-clock time before the run is stuck
+  // A wait that nothing can end any more (no timer ticks, no socket is
+  // open) is reported stuck at once instead of at the limit.
+  bool stuckAtOnce = false;
   // The SMTP peer played when machine.json names none; none: real sockets.
   std::optional<SmtpPeer> defaultSmtpPeer;
   bool trace = false;          // record every call of the boundary (calls)
@@ -33,6 +37,14 @@ class Client {
   // Reads and validates folder/machine.json. Throws MachineError.
   static std::unique_ptr<Client> Load(const std::filesystem::path& folder);
   virtual ~Client() = default;
+
+  // The machine; what is changed here before Run holds for the run.
+  virtual Machine& State() = 0;
+  // From now on the client's folder is only read: what the runs write
+  // (files, and machine.json by Save) stays in memory.
+  virtual void KeepFilesInMemory() = 0;
+  // Writes a file onto the client's drives ("C:\\Deploy\\a.ini").
+  virtual platform::Failure PutFile(const std::string& windowsPath, const std::string& bytes) = 0;
 
   // Makes this client the active platform, without running anything; for
   // tests that call single procedures of the engine.
@@ -45,5 +57,14 @@ class Client {
   // The transcript of what has happened so far.
   virtual nlohmann::json Transcript() = 0;
 };
+
+// Where the profile functions find a key in an INI file's bytes: the line
+// (from 1) of its section and of the key that is read; 0 for absent ones.
+struct ProfileLocation {
+  int sectionLine = 0;
+  int keyLine = 0;
+};
+ProfileLocation LocateProfileKey(const std::string& fileBytes, const std::string& section,
+                                 const std::string& key);
 
 }  // namespace sim

@@ -1,0 +1,213 @@
+// The files of the simulated drives by host path: the client folder, and,
+// for a client that keeps its files in memory, what its runs wrote, over a
+// client folder that is only ever read.
+//
+// Rules for this file: it is the only one of the simulated platform that
+// reads or writes the host's files under files/; errors are errno values;
+// the host calls of each system stand in their own branch below.
+#include "platform/sim/SimContext.h"
+#include "platform/sim/SimServices.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <fstream>
+#include <sstream>
+
+#ifdef _WIN32
+#include <io.h>
+#include <process.h>
+#include <sys/stat.h>
+#else
+#include <unistd.h>
+#endif
+
+namespace sim {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Upper case, so that a file written as "PC042.debug" is found again as
+// "pc042.DEBUG", as on Windows.
+std::string Key(const fs::path& host) {
+  std::u8string text = host.generic_u8string();
+  return UpperAscii(std::string(text.begin(), text.end()));
+}
+
+bool HostIsFolder(const fs::path& host) {
+  std::error_code ec;
+  return fs::is_directory(host, ec);
+}
+
+bool HostIsFile(const fs::path& host) {
+  std::error_code ec;
+  return fs::exists(host, ec) && !fs::is_directory(host, ec);
+}
+
+int HostRead(const fs::path& host, std::string& bytes) {
+  std::ifstream in(host, std::ios::binary);
+  if (!in) return HostIsFile(host) ? EACCES : ENOENT;
+  std::stringstream buffer;
+  buffer << in.rdbuf();
+  bytes = buffer.str();
+  return 0;
+}
+
+#ifdef _WIN32
+int OpenForWriting(const fs::path& host, int flags) {
+  return ::_wopen(host.c_str(), flags | _O_WRONLY | _O_BINARY | _O_NOINHERIT, _S_IREAD | _S_IWRITE);
+}
+int WriteSome(int fd, const char* data, size_t size) {
+  return ::_write(fd, data, static_cast<unsigned>(size > 0x40000000 ? 0x40000000 : size));
+}
+void CloseFile(int fd) { ::_close(fd); }
+constexpr int kAppendFlags = _O_APPEND | _O_CREAT;
+constexpr int kTruncateFlags = _O_CREAT | _O_TRUNC;
+constexpr int kFromStartFlags = _O_CREAT;
+constexpr int kNewFlags = _O_CREAT | _O_EXCL;
+int ProcessId() { return ::_getpid(); }
+// Puts from in the place of to, replacing it.
+int Rename(const fs::path& from, const fs::path& to) {
+  if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING)) return 0;
+  return GetLastError() == ERROR_ACCESS_DENIED ? EACCES : EIO;
+}
+#else
+int OpenForWriting(const fs::path& host, int flags) {
+  return ::open(host.c_str(), flags | O_WRONLY | O_CLOEXEC, 0666);
+}
+ssize_t WriteSome(int fd, const char* data, size_t size) { return ::write(fd, data, size); }
+void CloseFile(int fd) { ::close(fd); }
+constexpr int kAppendFlags = O_APPEND | O_CREAT;
+constexpr int kTruncateFlags = O_CREAT | O_TRUNC;
+constexpr int kFromStartFlags = O_CREAT;
+constexpr int kNewFlags = O_CREAT | O_EXCL;
+int ProcessId() { return static_cast<int>(::getpid()); }
+int Rename(const fs::path& from, const fs::path& to) {
+  return ::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+}
+#endif
+
+// Opens with flags and writes all of bytes in as few writes as the system
+// allows (one, as a rule, so that reports of engines sharing a file do not
+// tear).
+int HostWrite(const fs::path& host, const std::string& bytes, int flags) {
+  int fd = OpenForWriting(host, flags);
+  if (fd < 0) return errno;
+  size_t done = 0;
+  int error = 0;
+  while (done < bytes.size()) {
+    auto n = WriteSome(fd, bytes.data() + done, bytes.size() - done);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      error = errno;
+      break;
+    }
+    done += static_cast<size_t>(n);
+  }
+  CloseFile(fd);
+  return error;
+}
+
+// The new content is written beside the file and then takes its place, so
+// a reader finds either the old file or the new one.
+int HostReplace(const fs::path& host, const std::string& bytes) {
+  static int counter = 0;
+  fs::path temp = host.parent_path() / ("." + host.filename().string() + "." +
+                                        std::to_string(ProcessId()) + "-" + std::to_string(counter++) +
+                                        ".new");
+  if (int error = HostWrite(temp, bytes, kNewFlags); error != 0) {
+    std::error_code ec;
+    fs::remove(temp, ec);
+    return error;
+  }
+  if (int error = Rename(temp, host); error != 0) {
+    std::error_code ec;
+    fs::remove(temp, ec);
+    return error;
+  }
+  return 0;
+}
+
+}  // namespace
+
+bool DriveIsFolder(const Context& c, const fs::path& host) {
+  if (c.memory && c.memory->folders.count(Key(host))) return true;
+  return HostIsFolder(host);
+}
+
+bool DriveIsFile(const Context& c, const fs::path& host) {
+  if (c.memory && c.memory->files.count(Key(host))) return true;
+  return HostIsFile(host);
+}
+
+int DriveRead(const Context& c, const fs::path& host, std::string& bytes) {
+  if (c.memory) {
+    auto it = c.memory->files.find(Key(host));
+    if (it != c.memory->files.end()) {
+      bytes = it->second.bytes;
+      return 0;
+    }
+  }
+  return HostRead(host, bytes);
+}
+
+int DriveWrite(Context& c, const fs::path& host, const std::string& bytes, DriveWriteMode mode) {
+  if (!c.memory) {
+    switch (mode) {
+      case DriveWriteMode::kAppend: return HostWrite(host, bytes, kAppendFlags);
+      case DriveWriteMode::kReplace: return HostReplace(host, bytes);
+      case DriveWriteMode::kTruncate: return HostWrite(host, bytes, kTruncateFlags);
+      case DriveWriteMode::kFromStart: return HostWrite(host, bytes, kFromStartFlags);
+    }
+    return EINVAL;
+  }
+  const std::string key = Key(host);
+  auto it = c.memory->files.find(key);
+  std::string content;
+  if (mode == DriveWriteMode::kAppend || mode == DriveWriteMode::kFromStart) {
+    if (it != c.memory->files.end()) content = it->second.bytes;
+    else if (HostIsFile(host) && HostRead(host, content) != 0) return EACCES;
+  }
+  if (mode == DriveWriteMode::kAppend) {
+    content += bytes;
+  } else if (mode == DriveWriteMode::kFromStart && content.size() > bytes.size()) {
+    content.replace(0, bytes.size(), bytes);
+  } else {
+    content = bytes;
+  }
+  MemoryFile& file = c.memory->files[key];
+  file.host = host;
+  file.bytes = std::move(content);
+  return 0;
+}
+
+void DriveMakeFolders(Context& c, const fs::path& host) {
+  if (!c.memory) {
+    std::error_code ec;
+    fs::create_directories(host, ec);
+    return;
+  }
+  for (fs::path p = host; !p.empty() && !HostIsFolder(p); p = p.parent_path()) {
+    if (!c.memory->folders.insert(Key(p)).second) break;
+    if (p == p.parent_path()) break;
+  }
+}
+
+std::vector<std::string> DriveFileNames(const Context& c, const fs::path& folder) {
+  std::vector<std::string> names;
+  std::error_code ec;
+  for (const fs::directory_entry& entry : fs::directory_iterator(folder, ec)) {
+    std::error_code typeError;
+    if (!entry.is_regular_file(typeError)) continue;
+    if (c.memory && c.memory->files.count(Key(entry.path()))) continue;   // listed below
+    names.push_back(entry.path().filename().string());
+  }
+  if (c.memory) {
+    const std::string parent = Key(folder);
+    for (const auto& [key, file] : c.memory->files)
+      if (Key(file.host.parent_path()) == parent) names.push_back(file.host.filename().string());
+  }
+  return names;
+}
+
+}  // namespace sim
