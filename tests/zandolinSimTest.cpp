@@ -619,8 +619,8 @@ TEST_F(ZandolinSimTest, PointAndPrint_ReadableReport_SaysWhatTheUserLost) {
                       "Run status recorded: False for C:\\Deploy\\x.ini, in C:\\Users\\jdoe\\Zandolin_status.log\n"
                       "  The next logon runs this INI file again.\n",
                       "Printers removed:\n  \\\\OLD\\laser: removed with no replacement: \\\\NEW\\laser could not "
-                      "be added (error 3019: the server's driver would have to be installed, which the Point and "
-                      "Print policy leaves to administrators)\n",
+                      "be added (error 3019: a driver download is needed: Point and Print lets only administrators "
+                      "install the queue's driver)\n",
                       "Printers added: none\n",
                       "Default printer: lost: the user had \\\\OLD\\laser and now has none\n"});
 }

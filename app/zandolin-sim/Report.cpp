@@ -1,4 +1,5 @@
 #include "Report.h"
+#include "platform/sim/SpoolerErrors.h"
 
 #include <algorithm>
 #include <cctype>
@@ -135,16 +136,8 @@ void PrintMessageBoxes(std::ostream& out, const json& boxes) {
 
 // "error N" and, for the spooler's usual refusals, what it means.
 std::string ErrorWords(int64_t error) {
-  static const std::map<int64_t, const char*> kMeaning = {
-      {5, "access denied"},
-      {1796, "the port is unknown"},
-      {1797, "the driver is unknown"},
-      {1801, "no such printer on the server"},
-      {1802, "the printer exists already"},
-      {3019, "the server's driver would have to be installed, which the Point and Print policy leaves to "
-             "administrators"}};
-  auto it = kMeaning.find(error);
-  return "error " + std::to_string(error) + (it == kMeaning.end() ? "" : std::string(": ") + it->second);
+  const std::string_view meaning = sim::SpoolerErrorMeaning(error);
+  return "error " + std::to_string(error) + (meaning.empty() ? "" : ": " + std::string(meaning));
 }
 
 // The printer the engine moved an old one to, by its own "Migrating: OLD to

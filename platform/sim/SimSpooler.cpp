@@ -3,6 +3,7 @@
 // generation of Windows, all kept in the machine of sim::Current().
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
+#include "platform/sim/SpoolerErrors.h"
 
 #include <cstddef>
 #include <cstring>
@@ -24,10 +25,6 @@ constexpr DWORD kErrorNoMoreItems = 259;
 constexpr DWORD kErrorAlreadyExists = 183;
 constexpr DWORD kErrorNullRefPointer = 1780;   // a required out-pointer is null
 constexpr DWORD kErrorPrinterDeleted = 1905;
-// ERROR_PRINTER_DRIVER_DOWNLOAD_NEEDED, 0x00000BCB: a connection whose driver
-// would have to come from the server, which the Point and Print policy
-// leaves to administrators.
-constexpr DWORD kErrorDriverDownloadNeeded = 3019;
 
 // Access rights of a printer handle.
 constexpr DWORD kDelete = 0x00010000;
@@ -503,7 +500,7 @@ class SimSpooler : public platform::Spooler {
     if (FindPrinter(c, name)) return TRUE;
     // A driver the client lacks comes from the server with the connection.
     if (q->driver && !DriverInstalled(c, *q->driver)) {
-      if (c.StandardUser() && DriverInstallRefused(c.machine)) return Fail(c, kErrorDriverDownloadNeeded);
+      if (c.StandardUser() && DriverInstallRefused(c.machine)) return Fail(c, kErrorPrinterDriverDownloadNeeded);
       c.machine.drivers.push_back(*q->driver);
     }
     SimPrinter p;
