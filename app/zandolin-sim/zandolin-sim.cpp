@@ -160,8 +160,8 @@ void CopyFolder(const fs::path& from, const fs::path& to) {
                          fs::copy_options::overwrite_existing);
 }
 
-// The transcript with its fields in their documented order, then the ones
-// added since, each where it was added.
+// The transcript with its fields in their documented order: those every
+// run has, then what the simulated client tells of itself and the trace.
 nlohmann::ordered_json Ordered(const json& transcript) {
   static const char* kFields[] = {"ended",          "fatal",           "stuckIn",         "messageBoxes",
                                   "progress",       "printersBefore",  "printersAfter",   "defaultBefore",
