@@ -33,31 +33,7 @@ entries=${2:-4999}
 printers=${3:-4000}
 rounds=${4:-5}
 drivers=1500
-for tool in wine wineboot wineserver winepath xvfb-run /usr/bin/time; do
-  command -v "$tool" >/dev/null || { echo "wine-progress: $tool is not installed" >&2; exit 2; }
-done
-
-work=$(mktemp -d "${TMPDIR:-/tmp}/zandolin-bench.XXXXXX")
-own_prefix=
-if [ -z "${WINEPREFIX:-}" ] || [ ! -d "$WINEPREFIX" ]; then
-  export WINEPREFIX="$work/prefix"
-  own_prefix=yes
-fi
-export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" LC_ALL=C.UTF-8
-unset DISPLAY WAYLAND_DISPLAY
-cleanup() {
-  wineserver -k >/dev/null 2>&1
-  wineserver -w >/dev/null 2>&1
-  rm -rf "$work"
-  [ -n "$own_prefix" ] || rm -rf "$WINEPREFIX/drive_c/Bench"
-}
-trap cleanup EXIT
-
-if [ -n "$own_prefix" ]; then
-  echo "Making a Wine prefix in $WINEPREFIX ..."
-  wineboot -i >"$work/wineboot.log" 2>&1
-  wineserver -w
-fi
+source "$(dirname "$0")/wine-lib.sh" wine-progress Bench wine wineboot wineserver winepath xvfb-run /usr/bin/time
 
 # The client: local printers as the spooler keeps them in the registry.
 echo "Registering $printers local printers ..."

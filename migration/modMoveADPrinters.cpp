@@ -59,7 +59,7 @@ void GetADPrinters() {
   // From here on failures are trapped: each stays pending until a
   // checkpoint looks at it.
   Err.Clear();
-  const std::string domainPath = "LDAP://" + INIDocument.DomainName;
+  const std::string domainPath = DirectoryBindPath(INIDocument.DomainName);
   std::string adsPath;
   Err.Take(Sys().directory->BindObject(domainPath, adsPath));
 
@@ -72,8 +72,7 @@ void GetADPrinters() {
   }
   WriteDebug(">> Created connection to AD: " + domainPath);
 
-  const std::string commandText =
-      "Select name, printShareName FROM '" + adsPath + "' WHERE objectCategory='printQueue'";
+  const std::string commandText = PrintQueueQuery(adsPath);
   WriteDebug(">> Querying AD for printers, command:" + commandText);
   std::vector<platform::DirectoryRow> rows;
   Err.Take(Sys().directory->Execute(commandText, rows));

@@ -13,6 +13,13 @@ struct DirectoryPrinter {
 // The directory's print queues; slot 0 stays empty.
 extern std::vector<DirectoryPrinter> gDirectoryPrinters;
 
+// The object bound for the domain, and the query of the print queues below
+// the object the bind gave.
+inline std::string DirectoryBindPath(const std::string& domainName) { return "LDAP://" + domainName; }
+inline std::string PrintQueueQuery(const std::string& adsPath) {
+  return "Select name, printShareName FROM '" + adsPath + "' WHERE objectCategory='printQueue'";
+}
+
 void GetADPrinters();
 void MoveADPrinters();
 void MigrateADPrinters();

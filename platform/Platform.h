@@ -59,11 +59,20 @@ class System {
   virtual void SetLastError(DWORD code) = 0;
   virtual BOOL GetVersionExA(OSVERSIONINFOA* info) = 0;
   virtual UINT GetSystemDirectoryA(LPSTR buffer, UINT size) = 0;
+  virtual UINT GetWindowsDirectoryA(LPSTR buffer, UINT size) = 0;
+  virtual DWORD GetFullPathNameA(LPCSTR fileName, DWORD size, LPSTR buffer, LPSTR* filePart) = 0;
+  // The ANSI code page through which the A-calls carry text.
+  virtual UINT GetACP() = 0;
   virtual DWORD GetTempPathA(DWORD size, LPSTR buffer) = 0;
   virtual BOOL GetUserNameA(LPSTR buffer, LPDWORD size) = 0;
   virtual HANDLE GetCurrentProcess() = 0;
   virtual BOOL OpenProcessToken(HANDLE process, DWORD access, PHANDLE token) = 0;
   virtual BOOL GetUserProfileDirectoryA(HANDLE token, LPSTR dir, LPDWORD size) = 0;
+  // As shell32's IsUserAnAdmin: whether the process's token holds the
+  // Administrators group, enabled (so a process that User Account Control
+  // started with a filtered token is no administrator). Windows 95/98/ME
+  // know no rights: there every user is one.
+  virtual BOOL IsUserAnAdmin() = 0;
   // The automation object "WScript.Network": creating it, then reading its
   // property ComputerName.
   virtual Failure CreateNetworkObject() = 0;
@@ -96,6 +105,13 @@ class Registry {
   virtual LONG RegSetValueExA(HKEY key, LPCSTR valueName, DWORD reserved, DWORD type,
                               const BYTE* data, DWORD dataSize) = 0;
   virtual LONG RegCloseKey(HKEY key) = 0;
+  // Sub-keys in the registry's order (by name, case-blind), values in the
+  // order they were made; ERROR_NO_MORE_ITEMS past the last.
+  virtual LONG RegEnumKeyExA(HKEY key, DWORD index, LPSTR name, LPDWORD nameSize,
+                             LPDWORD reserved, LPSTR className, LPDWORD classSize,
+                             PFILETIME lastWriteTime) = 0;
+  virtual LONG RegEnumValueA(HKEY key, DWORD index, LPSTR valueName, LPDWORD valueNameSize,
+                             LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD dataSize) = 0;
   // Per-user settings below kSettingsRoot. GetSetting gives defaultValue when
   // the value is absent; SaveSetting creates the keys it needs.
   virtual std::string GetSetting(const std::string& application, const std::string& section,
@@ -132,6 +148,9 @@ class Files {
   virtual Failure WriteBinary(const std::string& path, const std::vector<uint8_t>& bytes) = 0;
   // Copies one file, replacing a target that exists.
   virtual Failure FileCopy(const std::string& source, const std::string& target) = 0;
+  // Whether a file or folder exists, and which: INVALID_FILE_ATTRIBUTES
+  // with the last error when it does not.
+  virtual DWORD GetFileAttributesA(LPCSTR fileName) = 0;
 };
 
 class Clock {
@@ -231,6 +250,10 @@ class Spooler {
   virtual BOOL AddPrinterDriverA(LPSTR name, DWORD level, LPBYTE driverInfo) = 0;
   virtual HANDLE AddPrinterA(LPSTR name, DWORD level, LPBYTE printerInfo) = 0;
   virtual BOOL AddPortA(LPSTR name, HWND window, LPSTR monitorName) = 0;
+  virtual BOOL EnumPrinterDriversA(LPSTR name, LPSTR environment, DWORD level, LPBYTE buffer,
+                                   DWORD size, LPDWORD needed, LPDWORD returned) = 0;
+  virtual BOOL EnumPortsA(LPSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
+                          LPDWORD returned) = 0;
 };
 
 // One row of the directory query: the attributes "name" and "printShareName".

@@ -7,9 +7,11 @@
 # ZandolinEngine.exe, EvntMsg.dll and the tools) into OUTDIR/build-win64 and
 # OUTDIR/build-win32 (OUTDIR: the repository, unless given), and checks that
 # each imports nothing but DLLs of the system, and each ZandolinEngine.exe
-# nothing but the DLLs of the system that every run needs, so that it runs
-# when copied alone beside its INI file and a run loads no library it does
-# not use.
+# and zandolin-capture.exe nothing but the DLLs of the system that every run
+# needs, so that it runs when copied alone onto a client and a run loads no
+# library it does not use; that both are programs of the window subsystem,
+# which open no console window when a logon script starts them; and that
+# zandolin-capture.exe stays under 1 MB.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 out=${1:-$root}
@@ -35,12 +37,28 @@ for target in "x86_64 build-win64" "i686 build-win32"; do
 
   sed "s|^|$out/$dir/|" "$out/$dir/shipped-files.txt" | xargs "$root/scripts/check-imports.sh"
 
-  exe="$out/$dir/ZandolinEngine.exe"
-  bad=$(x86_64-w64-mingw32-objdump -p "$exe" | sed -n 's/^\s*DLL Name: //p' |
-    tr 'A-Z' 'a-z' | grep -Ev "$imported_dlls" || true)
-  if [ -n "$bad" ]; then
-    echo "build-windows: $exe imports DLLs that it must load at their first use, or that" \
-      "are not the system's:" $bad >&2
+  for exe in "$out/$dir/ZandolinEngine.exe" "$out/$dir/zandolin-capture.exe"; do
+    bad=$(x86_64-w64-mingw32-objdump -p "$exe" | sed -n 's/^\s*DLL Name: //p' |
+      tr 'A-Z' 'a-z' | grep -Ev "$imported_dlls" || true)
+    if [ -n "$bad" ]; then
+      echo "build-windows: $exe imports DLLs that it must load at their first use, or that" \
+        "are not the system's:" $bad >&2
+      exit 1
+    fi
+    if ! x86_64-w64-mingw32-objdump -p "$exe" | grep -E '^Subsystem\s.*\(Windows GUI\)$' >/dev/null; then
+      echo "build-windows: $exe is not a program of the window subsystem: it would open a" \
+        "console window at logon" >&2
+      exit 1
+    fi
+  done
+
+  stripped="$out/$dir/zandolin-capture.stripped"
+  x86_64-w64-mingw32-strip -o "$stripped" "$out/$dir/zandolin-capture.exe"
+  size=$(stat -c %s "$stripped")
+  rm -f "$stripped"
+  if [ "$size" -ge 1048576 ]; then
+    echo "build-windows: zandolin-capture.exe is $size bytes stripped, not under 1 MB" >&2
     exit 1
   fi
+  echo "zandolin-capture.exe: $size bytes stripped"
 done

@@ -316,6 +316,19 @@ TEST_F(SimPlatformTest, Files_StandardUser_SystemFolderRefusesWritesWithPermissi
   EXPECT_FALSE(Sys().files->AppendText("C:\\Windows\\log.txt", "x").failed());
 }
 
+TEST_F(SimPlatformTest, Files_GetFileAttributes_TellsFolderFileAndAbsence) {
+  WriteFile("C:\\Reports\\old.txt", "x");
+  Install();
+  EXPECT_EQ(Sys().files->GetFileAttributesA("c:\\reports"), static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY));
+  EXPECT_EQ(Sys().files->GetFileAttributesA("C:\\Reports\\OLD.txt"), static_cast<DWORD>(FILE_ATTRIBUTE_ARCHIVE));
+  EXPECT_EQ(Sys().files->GetFileAttributesA("C:\\Reports\\new.txt"), INVALID_FILE_ATTRIBUTES);
+  EXPECT_EQ(Sys().system->GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+  EXPECT_EQ(Sys().files->GetFileAttributesA("C:\\Nowhere\\new.txt"), INVALID_FILE_ATTRIBUTES);
+  EXPECT_EQ(Sys().system->GetLastError(), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
+  EXPECT_EQ(Sys().files->GetFileAttributesA("C:\\a|b"), INVALID_FILE_ATTRIBUTES);
+  EXPECT_EQ(Sys().system->GetLastError(), static_cast<DWORD>(ERROR_INVALID_NAME));
+}
+
 TEST_F(SimPlatformTest, Files_FirstFile_GivesFirstMatchInNameOrder) {
   WriteFile("C:\\Deploy\\zeta.ini", "");
   WriteFile("C:\\Deploy\\Beta.INI", "");
@@ -383,6 +396,73 @@ TEST_F(SimPlatformTest, Registry_OpenQueryWithSizing) {
   HKEY parent = nullptr;
   EXPECT_EQ(Sys().registry->RegOpenKeyA(HKEY_LOCAL_MACHINE, "SYSTEM", &parent), ERROR_SUCCESS);
   EXPECT_EQ(Sys().system->GetLastError(), 0u);
+}
+
+TEST_F(SimPlatformTest, Registry_EnumKeys_GivesSubKeysOnceByNameCaseBlind) {
+  machine["registry"] = {{"HKEY_CURRENT_USER\\Software\\c\\x", {{"V", "1"}}},
+                         {"HKEY_CURRENT_USER\\Software\\a", {{"V", "2"}}},
+                         {"HKEY_CURRENT_USER\\Software\\c\\y", {{"V", "3"}}},
+                         {"HKEY_CURRENT_USER\\Software\\B", nlohmann::json::object()}};
+  Install();
+  HKEY key = nullptr;
+  ASSERT_EQ(Sys().registry->RegOpenKeyA(HKEY_CURRENT_USER, "Software", &key), ERROR_SUCCESS);
+  std::vector<std::string> names;
+  char name[256];
+  DWORD size = sizeof name;
+  LONG status = ERROR_SUCCESS;
+  for (DWORD index = 0; (size = sizeof name, status = Sys().registry->RegEnumKeyExA(
+                             key, index, name, &size, nullptr, nullptr, nullptr, nullptr)) == ERROR_SUCCESS;
+       ++index) {
+    EXPECT_EQ(size, std::strlen(name));
+    names.emplace_back(name);
+  }
+  EXPECT_EQ(status, ERROR_NO_MORE_ITEMS);
+  EXPECT_EQ(names, (std::vector<std::string>{"a", "B", "c"}));
+  char small[1];
+  size = 1;
+  EXPECT_EQ(Sys().registry->RegEnumKeyExA(key, 0, small, &size, nullptr, nullptr, nullptr, nullptr), ERROR_MORE_DATA);
+  EXPECT_EQ(size, 1u);
+  DWORD reserved = 0;
+  size = sizeof name;
+  EXPECT_EQ(Sys().registry->RegEnumKeyExA(key, 0, name, &size, &reserved, nullptr, nullptr, nullptr),
+            ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(Sys().registry->RegCloseKey(key), ERROR_SUCCESS);
+  EXPECT_EQ(Sys().registry->RegEnumKeyExA(key, 0, name, &size, nullptr, nullptr, nullptr, nullptr),
+            ERROR_INVALID_HANDLE);
+}
+
+TEST_F(SimPlatformTest, Registry_EnumValues_InTheirOrderWithTypeAndData) {
+  machine["registry"] = {{"HKEY_LOCAL_MACHINE\\Policy", {{"Restrict", {{"type", 4}, {"data", 1}}},
+                                                          {"ServerList", "srv1;srv2"}}}};
+  Install();
+  HKEY key = nullptr;
+  ASSERT_EQ(Sys().registry->RegOpenKeyA(HKEY_LOCAL_MACHINE, "policy", &key), ERROR_SUCCESS);
+  char name[64];
+  BYTE data[64];
+  DWORD nameSize = sizeof name, dataSize = sizeof data, type = 0;
+  EXPECT_EQ(Sys().registry->RegEnumValueA(key, 0, name, &nameSize, nullptr, &type, data, &dataSize), ERROR_SUCCESS);
+  EXPECT_EQ(std::string(name), "Restrict");
+  EXPECT_EQ(nameSize, 8u);
+  EXPECT_EQ(type, 4u);
+  EXPECT_EQ(dataSize, 4u);
+  EXPECT_EQ(data[0], 1);
+  nameSize = sizeof name, dataSize = sizeof data;
+  EXPECT_EQ(Sys().registry->RegEnumValueA(key, 1, name, &nameSize, nullptr, &type, data, &dataSize), ERROR_SUCCESS);
+  EXPECT_EQ(std::string(name), "ServerList");
+  EXPECT_EQ(type, 1u);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(data), dataSize), std::string("srv1;srv2\0", 10));
+  nameSize = sizeof name, dataSize = 3;
+  EXPECT_EQ(Sys().registry->RegEnumValueA(key, 1, name, &nameSize, nullptr, &type, data, &dataSize), ERROR_MORE_DATA);
+  EXPECT_EQ(dataSize, 10u);
+  nameSize = 4, dataSize = sizeof data;
+  EXPECT_EQ(Sys().registry->RegEnumValueA(key, 1, name, &nameSize, nullptr, &type, data, &dataSize), ERROR_MORE_DATA);
+  EXPECT_EQ(std::string(name), "Ser");   // cut to the buffer
+  nameSize = sizeof name, dataSize = sizeof data;
+  EXPECT_EQ(Sys().registry->RegEnumValueA(key, 2, name, &nameSize, nullptr, &type, data, &dataSize),
+            ERROR_NO_MORE_ITEMS);
+  EXPECT_EQ(Sys().registry->RegEnumValueA(key, 0, nullptr, &nameSize, nullptr, &type, data, &dataSize),
+            ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(Sys().registry->RegCloseKey(key), ERROR_SUCCESS);
 }
 
 TEST_F(SimPlatformTest, Registry_CreateAndSet_AreSavedWithTheMachine) {
@@ -583,6 +663,42 @@ TEST_F(SimPlatformTest, System_FoldersAndUser) {
   EXPECT_EQ(Sys().system->GetUserProfileDirectoryA(token, profile.data(), &profileSize), TRUE);
   EXPECT_EQ(profile.c_str(), std::string("C:\\Users\\jdoe"));
   EXPECT_EQ(profileSize, 14u);
+}
+
+TEST_F(SimPlatformTest, System_WindowsFolderCodePageAndAdministrator) {
+  machine["windowsDir"] = "C:\\WINNT";
+  machine["os"] = {{"ansiCodePage", 932}};
+  machine["user"] = {{"isAdmin", false}};
+  Install();
+  std::string buffer(100, '\0');
+  EXPECT_EQ(Sys().system->GetWindowsDirectoryA(buffer.data(), 100), 8u);
+  EXPECT_EQ(buffer.c_str(), std::string("C:\\WINNT"));
+  EXPECT_EQ(Sys().system->GetACP(), 932u);
+  EXPECT_EQ(Sys().system->IsUserAnAdmin(), FALSE);
+  machine["os"] = {{"platformId", 1}, {"majorVersion", 4}, {"minorVersion", 10}};
+  Install();
+  EXPECT_EQ(Sys().system->IsUserAnAdmin(), TRUE);   // Windows 98 knows no rights
+}
+
+TEST_F(SimPlatformTest, System_GetFullPathName_MakesPathsWholeWithoutLookingAtTheDrives) {
+  Install();   // the current folder is C:\Deploy
+  auto full = [](const char* name) {
+    std::string buffer(MAX_PATH, '\0');
+    LPSTR part = nullptr;
+    DWORD length = Sys().system->GetFullPathNameA(name, MAX_PATH, buffer.data(), &part);
+    std::string text = buffer.substr(0, length);
+    return part ? text + "|" + part : text + "|";
+  };
+  EXPECT_EQ(full("move.ini"), "C:\\Deploy\\move.ini|move.ini");
+  EXPECT_EQ(full("..\\Other/./x.ini"), "C:\\Other\\x.ini|x.ini");
+  EXPECT_EQ(full("\\Root.ini"), "C:\\Root.ini|Root.ini");
+  EXPECT_EQ(full("D:x.ini"), "D:\\x.ini|x.ini");
+  EXPECT_EQ(full("\\\\srv\\share\\a\\..\\b.ini"), "\\\\srv\\share\\b.ini|b.ini");
+  EXPECT_EQ(full("C:\\Folder\\"), "C:\\Folder\\|");
+  char small[4];
+  EXPECT_EQ(Sys().system->GetFullPathNameA("move.ini", 4, small, nullptr), 19u);   // with its NUL
+  EXPECT_EQ(Sys().system->GetFullPathNameA("", MAX_PATH, small, nullptr), 0u);
+  EXPECT_EQ(Sys().system->GetLastError(), static_cast<DWORD>(ERROR_INVALID_NAME));
 }
 
 TEST_F(SimPlatformTest, System_NoUser_GetUserNameFailsAndLeavesBuffer) {

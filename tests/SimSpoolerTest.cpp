@@ -596,6 +596,78 @@ TEST_F(SimSpoolerTest, Fault_MatchingTheDriverName_FailsAddPrinterDriverA) {
   EXPECT_TRUE(machine().drivers.empty());
 }
 
+// ---------------------------------------------------------------------------
+// What zandolin-capture asks: a print server's queues, drivers, ports
+
+TEST_F(SimSpoolerTest, EnumPrintersA_NameOfAServer_ListsItsQueuesWithTheirDrivers) {
+  machine().printServers["NEW"].queues = {{"laser", std::nullopt}, {"color", "HP Universal Printing PCL 6"}};
+  std::string name = "\\\\new";
+  DWORD needed = 0, returned = 7;
+  EXPECT_FALSE(spooler().EnumPrintersA(PRINTER_ENUM_NAME, name.data(), 2, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, lastError());
+  EXPECT_EQ(0u, returned);
+  std::vector<uint8_t> buffer(needed);
+  EXPECT_TRUE(spooler().EnumPrintersA(PRINTER_ENUM_NAME, name.data(), 2, buffer.data(), needed, &needed,
+                                      &returned));
+  ASSERT_EQ(2u, returned);
+  PRINTER_INFO_2A laser = Record(buffer, 0), color = Record(buffer, 1);
+  EXPECT_STREQ("\\\\NEW", laser.pServerName);
+  EXPECT_STREQ("\\\\NEW\\laser", laser.pPrinterName);
+  EXPECT_STREQ("laser", laser.pShareName);
+  EXPECT_STREQ("", laser.pDriverName);
+  EXPECT_EQ(static_cast<DWORD>(PRINTER_ATTRIBUTE_SHARED), laser.Attributes);
+  EXPECT_STREQ("\\\\NEW\\color", color.pPrinterName);
+  EXPECT_STREQ("color", color.pShareName);
+  EXPECT_STREQ("HP Universal Printing PCL 6", color.pDriverName);
+}
+
+TEST_F(SimSpoolerTest, EnumPrintersA_NameOfAnUnknownServer_FailsAsAServerThatDoesNotAnswer) {
+  machine().printServers["NEW"].queues = {{"laser", std::nullopt}};
+  std::string unknown = "\\\\GONE", notServer = "\\\\NEW\\laser";
+  DWORD needed = 0, returned = 0;
+  EXPECT_FALSE(spooler().EnumPrintersA(PRINTER_ENUM_NAME, unknown.data(), 2, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(static_cast<DWORD>(RPC_S_SERVER_UNAVAILABLE), lastError());
+  EXPECT_FALSE(spooler().EnumPrintersA(PRINTER_ENUM_NAME, notServer.data(), 2, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(static_cast<DWORD>(ERROR_INVALID_NAME), lastError());
+}
+
+TEST_F(SimSpoolerTest, EnumPrinterDriversAndPorts_ListTheClientsOwnAtLevel1) {
+  machine().drivers = {"Generic / Text Only", "HP LaserJet 4"};
+  machine().ports = {"LPT1:", "FILE:", "IP_10.0.0.5"};
+  DWORD needed = 0, returned = 0;
+  EXPECT_FALSE(spooler().EnumPrinterDriversA(nullptr, nullptr, 1, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, lastError());
+  EXPECT_EQ(2 * sizeof(DRIVER_INFO_1A) + 20 + 14, needed);
+  std::vector<uint8_t> drivers(needed);
+  EXPECT_TRUE(spooler().EnumPrinterDriversA(nullptr, nullptr, 1, drivers.data(), needed, &needed, &returned));
+  ASSERT_EQ(2u, returned);
+  const auto* d = reinterpret_cast<const DRIVER_INFO_1A*>(drivers.data());
+  EXPECT_STREQ("Generic / Text Only", d[0].pName);
+  EXPECT_STREQ("HP LaserJet 4", d[1].pName);
+
+  EXPECT_FALSE(spooler().EnumPortsA(nullptr, 1, nullptr, 0, &needed, &returned));
+  std::vector<uint8_t> ports(needed);
+  EXPECT_TRUE(spooler().EnumPortsA(nullptr, 1, ports.data(), needed, &needed, &returned));
+  ASSERT_EQ(3u, returned);
+  const auto* p = reinterpret_cast<const PORT_INFO_1A*>(ports.data());
+  EXPECT_STREQ("LPT1:", p[0].pName);
+  EXPECT_STREQ("FILE:", p[1].pName);
+  EXPECT_STREQ("IP_10.0.0.5", p[2].pName);
+
+  EXPECT_FALSE(spooler().EnumPortsA(nullptr, 2, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(static_cast<DWORD>(ERROR_INVALID_LEVEL), lastError());
+  std::string server = "\\\\NEW";
+  EXPECT_FALSE(spooler().EnumPrinterDriversA(server.data(), nullptr, 1, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(static_cast<DWORD>(ERROR_INVALID_NAME), lastError());
+}
+
+TEST_F(SimSpoolerTest, EnumPrinterDriversA_NoDrivers_SucceedsWithNothing) {
+  DWORD needed = 5, returned = 5;
+  EXPECT_TRUE(spooler().EnumPrinterDriversA(nullptr, nullptr, 1, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(0u, needed);
+  EXPECT_EQ(0u, returned);
+}
+
 }  // namespace
 
 namespace {

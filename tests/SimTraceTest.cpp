@@ -48,6 +48,24 @@ TEST_F(SimTraceTest, EachCall_ArgumentsResultOutAndLastError) {
       << Calls().dump();
 }
 
+TEST_F(SimTraceTest, TheCapturesCalls_AreTracedToo) {
+  char windows[16];
+  EXPECT_EQ(traced.system->GetWindowsDirectoryA(windows, sizeof windows), 10u);
+  EXPECT_EQ(traced.system->GetACP(), 1252u);
+  EXPECT_TRUE(traced.system->IsUserAnAdmin());
+  EXPECT_EQ(traced.files->GetFileAttributesA("C:\\Nowhere\\x.ini"), INVALID_FILE_ATTRIBUTES);
+  DWORD needed = 0, returned = 0;
+  EXPECT_FALSE(traced.spooler->EnumPortsA(nullptr, 1, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(Calls(), json::parse(R"([
+      {"call": "GetWindowsDirectoryA", "args": [16], "result": 10, "out": "C:\\Windows", "lastError": 0},
+      {"call": "GetACP", "args": [], "result": 1252, "lastError": 0},
+      {"call": "IsUserAnAdmin", "args": [], "result": 1, "lastError": 0},
+      {"call": "GetFileAttributesA", "args": ["C:\\Nowhere\\x.ini"], "result": 4294967295, "lastError": 3},
+      {"call": "EnumPortsA", "args": [null, 1, null], "result": 0, "out": {"needed": )" +
+                                 std::to_string(needed) + R"(, "returned": 0}, "lastError": 122}])"))
+      << Calls().dump();
+}
+
 TEST_F(SimTraceTest, ARepeatedCall_IsFoldedAndCounted) {
   for (int i = 0; i < 5; ++i) traced.ui->RedrawProgressWindow();
   traced.ui->ShowProgressWindow();

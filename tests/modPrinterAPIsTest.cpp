@@ -144,6 +144,14 @@ class RecordingSpooler : public platform::Spooler {
                     Text(monitor));
     return inner_->AddPortA(name, window, monitor);
   }
+  BOOL EnumPrinterDriversA(LPSTR name, LPSTR environment, DWORD level, LPBYTE buffer, DWORD size,
+                           LPDWORD needed, LPDWORD returned) override {
+    return inner_->EnumPrinterDriversA(name, environment, level, buffer, size, needed, returned);
+  }
+  BOOL EnumPortsA(LPSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
+                  LPDWORD returned) override {
+    return inner_->EnumPortsA(name, level, buffer, size, needed, returned);
+  }
 
  private:
   platform::Spooler* inner_;
@@ -167,6 +175,14 @@ class RecordingSystem : public platform::System {
                     (before == std::string(size, ' ') ? " blanks" : " not blanks"));
     return inner_->GetSystemDirectoryA(buffer, size);
   }
+  UINT GetWindowsDirectoryA(LPSTR buffer, UINT size) override {
+    return inner_->GetWindowsDirectoryA(buffer, size);
+  }
+  DWORD GetFullPathNameA(LPCSTR name, DWORD size, LPSTR buffer, LPSTR* filePart) override {
+    return inner_->GetFullPathNameA(name, size, buffer, filePart);
+  }
+  UINT GetACP() override { return inner_->GetACP(); }
+  BOOL IsUserAnAdmin() override { return inner_->IsUserAnAdmin(); }
   DWORD GetTempPathA(DWORD size, LPSTR buffer) override { return inner_->GetTempPathA(size, buffer); }
   BOOL GetUserNameA(LPSTR buffer, LPDWORD size) override { return inner_->GetUserNameA(buffer, size); }
   HANDLE GetCurrentProcess() override { return inner_->GetCurrentProcess(); }
@@ -210,6 +226,7 @@ class RecordingFiles : public platform::Files {
     copies.push_back(source + " -> " + target);
     return inner_->FileCopy(source, target);
   }
+  DWORD GetFileAttributesA(LPCSTR name) override { return inner_->GetFileAttributesA(name); }
 
  private:
   platform::Files* inner_;

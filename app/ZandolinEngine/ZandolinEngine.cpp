@@ -14,27 +14,10 @@
 
 namespace {
 
-// The standard error handle; a process without one (started from a console
-// window without redirection) writes to the console of its parent.
-HANDLE StandardError() {
-  HANDLE handle = ::GetStdHandle(STD_ERROR_HANDLE);
-  if (handle && handle != INVALID_HANDLE_VALUE) return handle;
-  typedef BOOL(WINAPI * AttachConsoleFn)(DWORD);
-  auto attach = reinterpret_cast<AttachConsoleFn>(reinterpret_cast<void*>(
-      ::GetProcAddress(::GetModuleHandleA("kernel32.dll"), "AttachConsole")));
-  if (!attach || !attach(ATTACH_PARENT_PROCESS)) return nullptr;
-  handle = ::CreateFileA("CONOUT$", GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                         OPEN_EXISTING, 0, nullptr);
-  return handle == INVALID_HANDLE_VALUE ? nullptr : handle;
-}
-
 void ReportFatal(const FatalError& fatal) {
-  const std::string text = "Run-time error '" + std::to_string(fatal.Number) + "': " +
-                           fatal.Description + "\r\n";
-  if (HANDLE handle = StandardError()) {
-    DWORD written = 0;
-    ::WriteFile(handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-  }
+  platform::native::WriteStandard(STD_ERROR_HANDLE, "Run-time error '" +
+                                                        std::to_string(fatal.Number) +
+                                                        "': " + fatal.Description + "\r\n");
 }
 
 }  // namespace

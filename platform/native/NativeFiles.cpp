@@ -133,6 +133,11 @@ class NativeFiles final : public Files {
     if (!::CopyFileA(source.c_str(), target.c_str(), FALSE)) return LastFileFailure();
     return {};
   }
+
+  DWORD GetFileAttributesA(LPCSTR fileName) override {
+    ::SetLastError(0);
+    return ::GetFileAttributesA(fileName);
+  }
 };
 
 }  // namespace

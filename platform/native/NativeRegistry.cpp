@@ -52,6 +52,17 @@ class NativeRegistry final : public Registry {
     ::SetLastError(0);
     return ::RegCloseKey(key);
   }
+  LONG RegEnumKeyExA(HKEY key, DWORD index, LPSTR name, LPDWORD nameSize, LPDWORD reserved,
+                     LPSTR className, LPDWORD classSize, PFILETIME lastWriteTime) override {
+    ::SetLastError(0);
+    return ::RegEnumKeyExA(key, index, name, nameSize, reserved, className, classSize,
+                           lastWriteTime);
+  }
+  LONG RegEnumValueA(HKEY key, DWORD index, LPSTR valueName, LPDWORD valueNameSize,
+                     LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD dataSize) override {
+    ::SetLastError(0);
+    return ::RegEnumValueA(key, index, valueName, valueNameSize, reserved, type, data, dataSize);
+  }
 
   std::string GetSetting(const std::string& application, const std::string& section,
                          const std::string& key, const std::string& defaultValue) override {

@@ -56,6 +56,11 @@ std::string TextAfterProgramName(const char* commandLine);
 // last backslash, with a backslash kept only behind a drive ("C:\").
 std::string FolderOfPath(const std::string& path);
 
+// Writes text to standard output (STD_OUTPUT_HANDLE) or standard error
+// (STD_ERROR_HANDLE); a process started from a console without redirection
+// writes to the console of its parent.
+void WriteStandard(DWORD which, const std::string& text);
+
 // The hidden message-only window that receives timer ticks and socket
 // events for the event pump.
 HWND MessageWindow();

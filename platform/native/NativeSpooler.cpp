@@ -44,6 +44,8 @@ struct Winspool {
   ZANDOLIN_ENTRY(AddPrinterDriverA);
   ZANDOLIN_ENTRY(AddPrinterA);
   ZANDOLIN_ENTRY(AddPortA);
+  ZANDOLIN_ENTRY(EnumPrinterDriversA);   // zandolin-capture only
+  ZANDOLIN_ENTRY(EnumPortsA);            // zandolin-capture only
 };
 
 const Winspool& WinspoolFunctions() {
@@ -157,6 +159,18 @@ class NativeSpooler final : public Spooler {
     const auto call = WinspoolFunctions().AddPortA;
     ::SetLastError(0);
     return call(name, window, monitorName);
+  }
+  BOOL EnumPrinterDriversA(LPSTR name, LPSTR environment, DWORD level, LPBYTE buffer, DWORD size,
+                           LPDWORD needed, LPDWORD returned) override {
+    const auto call = WinspoolFunctions().EnumPrinterDriversA;
+    ::SetLastError(0);
+    return call(name, environment, level, buffer, size, needed, returned);
+  }
+  BOOL EnumPortsA(LPSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
+                  LPDWORD returned) override {
+    const auto call = WinspoolFunctions().EnumPortsA;
+    ::SetLastError(0);
+    return call(name, level, buffer, size, needed, returned);
   }
 };
 

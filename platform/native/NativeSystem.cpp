@@ -13,9 +13,13 @@
 //   ERROR_CALL_NOT_IMPLEMENTED where it is missing.
 // - The computer's name is its NetBIOS name, as the network object reports
 //   it; creating that object cannot fail here.
+// - IsUserAnAdmin asks CheckTokenMembership (advapi32, Windows 2000 on),
+//   resolved at run time; NT 4 lacks it and is asked through the token's
+//   groups; Windows 95/98/ME know no rights and answer TRUE.
 //
 //===----------------------------------------------------------------------===//
 
+#include "platform/native/NativeLibraries.h"
 #include "platform/native/NativeServices.h"
 
 #include <windows.h>
@@ -38,6 +42,42 @@ GetUserProfileDirectoryAFn ResolveGetUserProfileDirectoryA() {
   return fn;
 }
 
+// The security calls of advapi32 that IsUserAnAdmin needs, looked up at run
+// time: Windows 95/98/ME may lack them, and CheckTokenMembership exists from
+// Windows 2000 on (null before).
+struct SecurityCalls {
+  HMODULE module = ::GetModuleHandleA("advapi32.dll");
+  ZANDOLIN_ENTRY(AllocateAndInitializeSid);
+  ZANDOLIN_ENTRY(FreeSid);
+  ZANDOLIN_ENTRY(EqualSid);
+  ZANDOLIN_ENTRY(GetTokenInformation);
+  decltype(&::CheckTokenMembership) CheckTokenMembership =
+      FindEntry<decltype(&::CheckTokenMembership)>(module, "CheckTokenMembership");
+};
+
+const SecurityCalls& Security() {
+  static const SecurityCalls calls;
+  return calls;
+}
+
+// NT 4: whether the process token's groups hold the group, enabled.
+BOOL TokenHoldsEnabledGroup(const SecurityCalls& calls, PSID group) {
+  HANDLE token = nullptr;
+  if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return FALSE;
+  DWORD size = 0;
+  calls.GetTokenInformation(token, TokenGroups, nullptr, 0, &size);
+  std::vector<BYTE> buffer(size ? size : 1);
+  BOOL found = FALSE;
+  if (size && calls.GetTokenInformation(token, TokenGroups, buffer.data(), size, &size)) {
+    const auto* groups = reinterpret_cast<const TOKEN_GROUPS*>(buffer.data());
+    for (DWORD i = 0; i < groups->GroupCount && !found; ++i)
+      found = (groups->Groups[i].Attributes & SE_GROUP_ENABLED) &&
+              calls.EqualSid(groups->Groups[i].Sid, group);
+  }
+  ::CloseHandle(token);
+  return found;
+}
+
 class NativeSystem final : public System {
  public:
   DWORD GetLastError() override { return ::GetLastError(); }
@@ -50,6 +90,18 @@ class NativeSystem final : public System {
   UINT GetSystemDirectoryA(LPSTR buffer, UINT size) override {
     ::SetLastError(0);
     return ::GetSystemDirectoryA(buffer, size);
+  }
+  UINT GetWindowsDirectoryA(LPSTR buffer, UINT size) override {
+    ::SetLastError(0);
+    return ::GetWindowsDirectoryA(buffer, size);
+  }
+  DWORD GetFullPathNameA(LPCSTR fileName, DWORD size, LPSTR buffer, LPSTR* filePart) override {
+    ::SetLastError(0);
+    return ::GetFullPathNameA(fileName, size, buffer, filePart);
+  }
+  UINT GetACP() override {
+    ::SetLastError(0);
+    return ::GetACP();
   }
   DWORD GetTempPathA(DWORD size, LPSTR buffer) override {
     ::SetLastError(0);
@@ -75,6 +127,28 @@ class NativeSystem final : public System {
       return FALSE;
     }
     return fn(token, dir, size);
+  }
+
+  BOOL IsUserAnAdmin() override {
+    ::SetLastError(0);
+    OSVERSIONINFOA version{};
+    version.dwOSVersionInfoSize = sizeof version;
+    if (::GetVersionExA(&version) && version.dwPlatformId == VER_PLATFORM_WIN32_WINDOWS)
+      return TRUE;
+    const SecurityCalls& calls = Security();
+    SID_IDENTIFIER_AUTHORITY nt = SECURITY_NT_AUTHORITY;
+    PSID administrators = nullptr;
+    if (!calls.AllocateAndInitializeSid(&nt, 2, SECURITY_BUILTIN_DOMAIN_RID, DOMAIN_ALIAS_RID_ADMINS,
+                                        0, 0, 0, 0, 0, 0, &administrators))
+      return FALSE;
+    BOOL member = FALSE;
+    if (calls.CheckTokenMembership) {
+      if (!calls.CheckTokenMembership(nullptr, administrators, &member)) member = FALSE;
+    } else {
+      member = TokenHoldsEnabledGroup(calls, administrators);
+    }
+    calls.FreeSid(administrators);
+    return member;
   }
 
   Failure CreateNetworkObject() override { return {}; }

@@ -112,6 +112,7 @@ platform::Failure StandardFailure(int32_t number) {
     case 74: return {number, "Can't rename with different drive"};
     case 91: return {number, "Object variable or With block variable not set"};
     case 429: return {number, "ActiveX component can't create object"};
+    case 432: return {number, "File name or class name not found during Automation operation"};
     case 438: return {number, "Object doesn't support this property or method"};
     case 462: return {number, "The remote server machine does not exist or is unavailable"};
     default: return platform::MakeFailure(number);

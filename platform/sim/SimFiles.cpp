@@ -105,6 +105,22 @@ Failure Write(Context& c, const ResolvedPath& path, const std::string& bytes, Dr
 
 class SimFiles : public platform::Files {
  public:
+  DWORD GetFileAttributesA(LPCSTR fileName) override {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault("GetFileAttributesA", ArgText(fileName)))
+      return static_cast<DWORD>(f->result);
+    ResolvedPath path = c.Resolve(ArgText(fileName));
+    std::error_code ec;
+    if (path.status == ResolvedPath::kOk && fs::is_directory(path.host, ec)) return FILE_ATTRIBUTE_DIRECTORY;
+    if (path.status == ResolvedPath::kOk && fs::exists(path.host, ec)) return FILE_ATTRIBUTE_ARCHIVE;
+    if (path.status == ResolvedPath::kBadName) c.lastError = ERROR_INVALID_NAME;
+    else if (path.status == ResolvedPath::kOk && fs::is_directory(path.host.parent_path(), ec))
+      c.lastError = ERROR_FILE_NOT_FOUND;
+    else c.lastError = ERROR_PATH_NOT_FOUND;
+    return INVALID_FILE_ATTRIBUTES;
+  }
+
   std::string FirstFile(const std::string& pattern) override {
     Context& c = Current();
     if (c.TakeFault("FirstFile", pattern)) return "";

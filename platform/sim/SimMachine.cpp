@@ -1,4 +1,5 @@
-// Reading, validating and writing machine.json.
+// machine.json's text: read and validated into a machine, and written from
+// one. The file itself is read and written in SimMachineFile.cpp.
 #include "platform/sim/SimMachine.h"
 
 #include "platform/sim/SimServices.h"
@@ -7,16 +8,13 @@
 #include <nlohmann/json.hpp>
 
 #include <cctype>
-#include <fstream>
 #include <limits>
-#include <sstream>
 
 namespace sim {
 
 namespace {
 
 using Json = nlohmann::ordered_json;
-namespace fs = std::filesystem;
 
 // Walks the parsed document and names the field of the first thing wrong.
 class Reader {
@@ -626,18 +624,7 @@ Json RegistryValueToJson(const RegistryValue& value) {
 
 }  // namespace
 
-Machine LoadMachine(const fs::path& folder) { return LoadMachineFile(folder / "machine.json"); }
-
-Machine LoadMachineFile(const fs::path& file) {
-  // Messages name the file as the user knows it; the caller knows the folder.
-  const std::string name = file.filename().string();
-  std::error_code ec;
-  if (!fs::exists(file, ec)) return Machine{};
-  std::ifstream in(file, std::ios::binary);
-  if (!in) throw MachineError{name + ": cannot be read"};
-  std::stringstream buffer;
-  buffer << in.rdbuf();
-  std::string text = buffer.str();
+Machine MachineFromText(const std::string& text, const std::string& name) {
   Json root;
   try {
     root = Json::parse(text);
@@ -701,17 +688,8 @@ nlohmann::ordered_json PointAndPrintToJson(
   return json;
 }
 
-void SaveMachine(const fs::path& folder, const Machine& machine) {
-  fs::path file = folder / "machine.json";
-  std::string text = MachineToJson(machine).dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
-  fs::path temp = folder / ".machine.json.new";
-  {
-    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-    if (!out) throw MachineError{file.string() + ": cannot be written"};
-    out << text << "\n";
-    if (!out) throw MachineError{file.string() + ": cannot be written"};
-  }
-  fs::rename(temp, file);
+std::string MachineText(const Machine& machine) {
+  return MachineToJson(machine).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
 nlohmann::ordered_json MachineToJson(const Machine& m) {

@@ -157,7 +157,14 @@ Machine LoadMachine(const std::filesystem::path& folder);
 // The same for a file in machine.json's form by any name; messages name it
 // by its file name.
 Machine LoadMachineFile(const std::filesystem::path& file);
-// Writes the machine back to folder/machine.json.
+// Writes the machine back to folder/machine.json: beside it first, then in
+// its place.
 void SaveMachine(const std::filesystem::path& folder, const Machine& machine);
+
+// The same without the file: the text of machine.json read into a machine
+// (throws MachineError as LoadMachine does, naming the file by name), and
+// the text written for one.
+Machine MachineFromText(const std::string& text, const std::string& name = "machine.json");
+std::string MachineText(const Machine& machine);
 
 }  // namespace sim

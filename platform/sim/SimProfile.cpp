@@ -3,6 +3,7 @@
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 #include "platform/sim/Simulator.h"
+#include "platform/Utf8.h"
 
 #include <cstring>
 #include <sstream>
@@ -12,6 +13,7 @@ namespace sim {
 namespace {
 
 namespace fs = std::filesystem;
+using platform::AppendUtf8;
 
 struct IniKey {
   std::string name;
@@ -40,24 +42,6 @@ std::string StripQuotes(const std::string& value) {
   if (value.size() >= 2 && (value[0] == '"' || value[0] == '\'') && value.back() == value[0])
     return value.substr(1, value.size() - 2);
   return value;
-}
-
-void AppendUtf8(std::string& out, uint32_t cp) {
-  if (cp < 0x80) {
-    out += static_cast<char>(cp);
-  } else if (cp < 0x800) {
-    out += static_cast<char>(0xC0 | cp >> 6);
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    out += static_cast<char>(0xE0 | cp >> 12);
-    out += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | cp >> 18);
-    out += static_cast<char>(0x80 | (cp >> 12 & 0x3F));
-    out += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  }
 }
 
 // The text of an INI file in the ANSI code page (UTF-8 here): a file with

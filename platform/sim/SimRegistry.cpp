@@ -2,6 +2,7 @@
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace sim {
@@ -62,6 +63,25 @@ KeyEntry& CreateKey(Context& c, const std::string& path) {
   if (KeyEntry* entry = FindKey(c, path)) return *entry;
   c.machine.registry.emplace_back(path, std::vector<std::pair<std::string, RegistryValue>>{});
   return c.machine.registry.back();
+}
+
+// The names of the sub-keys of a key, each once, ordered by name as the
+// registry orders them (case-blind).
+std::vector<std::string> SubKeyNames(const Context& c, const std::string& path) {
+  const std::string prefix = UpperAscii(path) + "\\";
+  std::vector<std::string> names;
+  for (const KeyEntry& entry : c.machine.registry) {
+    if (UpperAscii(entry.first).compare(0, prefix.size(), prefix) != 0) continue;
+    std::string name = entry.first.substr(prefix.size());
+    name = name.substr(0, name.find('\\'));
+    bool known = false;
+    for (const std::string& n : names) known = known || SameNoCase(n, name);
+    if (!known && !name.empty()) names.push_back(name);
+  }
+  std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
+    return UpperAscii(a) < UpperAscii(b);
+  });
+  return names;
 }
 
 HKEY NewHandle(Context& c, const std::string& path) {
@@ -173,6 +193,63 @@ class SimRegistry : public platform::Registry {
     if (RootName(key)) return ERROR_SUCCESS;
     if (c.registryKeys.erase(reinterpret_cast<uintptr_t>(key)) == 0) return ERROR_INVALID_HANDLE;
     return ERROR_SUCCESS;
+  }
+
+  LONG RegEnumKeyExA(HKEY key, DWORD index, LPSTR name, LPDWORD nameSize, LPDWORD reserved,
+                     LPSTR className, LPDWORD classSize, PFILETIME lastWriteTime) override {
+    Context& c = Current();
+    c.lastError = 0;
+    std::string path = KeyPath(c, key);
+    if (const Fault* f = c.TakeFault("RegEnumKeyExA", path)) return static_cast<LONG>(f->result);
+    if (reserved) return ERROR_INVALID_PARAMETER;
+    if (path.empty()) return ERROR_INVALID_HANDLE;
+    if (!name || !nameSize) return ERROR_INVALID_PARAMETER;   // Windows faults here; refuse instead
+    std::vector<std::string> names = SubKeyNames(c, path);
+    if (index >= names.size()) return ERROR_NO_MORE_ITEMS;
+    const std::string& found = names[index];
+    if (lastWriteTime) *lastWriteTime = FILETIME{};
+    if (found.size() >= *nameSize) return ERROR_MORE_DATA;
+    CopyWithNul(name, found);
+    *nameSize = static_cast<DWORD>(found.size());
+    // Keys of the simulated client have no class.
+    if (classSize) {
+      if (className && *classSize) className[0] = '\0';
+      *classSize = 0;
+    }
+    return ERROR_SUCCESS;
+  }
+
+  LONG RegEnumValueA(HKEY key, DWORD index, LPSTR valueName, LPDWORD valueNameSize,
+                     LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD dataSize) override {
+    Context& c = Current();
+    c.lastError = 0;
+    std::string path = KeyPath(c, key);
+    if (const Fault* f = c.TakeFault("RegEnumValueA", path)) return static_cast<LONG>(f->result);
+    if ((data && !dataSize) || reserved || !valueName || !valueNameSize)
+      return ERROR_INVALID_PARAMETER;
+    if (path.empty()) return ERROR_INVALID_HANDLE;
+    const KeyEntry* entry = FindKey(c, path);
+    if (!entry || index >= entry->second.size()) return ERROR_NO_MORE_ITEMS;
+    const auto& [name, value] = entry->second[index];
+    const DWORD size = static_cast<DWORD>(value.data.size());
+    LONG status = ERROR_SUCCESS;
+    if (data) {
+      if (size > *dataSize) status = ERROR_MORE_DATA;
+      else if (size) std::memcpy(data, value.data.data(), size);
+    }
+    if (status == ERROR_SUCCESS) {
+      // A name too long for the buffer is cut to it, and the call says so.
+      if (name.size() >= *valueNameSize) {
+        status = ERROR_MORE_DATA;
+        if (*valueNameSize) CopyWithNul(valueName, name.substr(0, *valueNameSize - 1));
+      } else {
+        CopyWithNul(valueName, name);
+        *valueNameSize = static_cast<DWORD>(name.size());
+      }
+    }
+    if (type) *type = value.type;
+    if (dataSize) *dataSize = size;
+    return status;
   }
 
   std::string GetSetting(const std::string& application, const std::string& section,

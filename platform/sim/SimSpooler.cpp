@@ -168,12 +168,21 @@ bool SplitConnectionName(const std::string& name, std::string& server, std::stri
   return true;
 }
 
+// The print server of that name (case-blind), or end().
+std::map<std::string, PrintServer>::const_iterator FindServer(const Context& c,
+                                                             const std::string& server) {
+  const auto& servers = c.machine.printServers;
+  for (auto it = servers.begin(); it != servers.end(); ++it)
+    if (SameNoCase(it->first, server)) return it;
+  return servers.end();
+}
+
+// The queue of that name on that server (case-blind), or null.
 const ServerQueue* FindQueue(const Context& c, const std::string& server, const std::string& queue) {
-  for (const auto& [serverName, printServer] : c.machine.printServers) {
-    if (!SameNoCase(serverName, server)) continue;
-    for (const ServerQueue& q : printServer.queues)
-      if (SameNoCase(q.name, queue)) return &q;
-  }
+  const auto found = FindServer(c, server);
+  if (found == c.machine.printServers.end()) return nullptr;
+  for (const ServerQueue& q : found->second.queues)
+    if (SameNoCase(q.name, queue)) return &q;
   return nullptr;
 }
 
@@ -243,6 +252,47 @@ void FillPrinterInfo(const std::vector<const SimPrinter*>& printers, LPBYTE buff
     info.Priority = 1;
     std::memcpy(buffer + i * sizeof(PRINTER_INFO_2A), &info, sizeof info);
   }
+}
+
+// The queues a print server shares, as records of its printers: the name
+// "\\\\SERVER\\queue", the queue as share name, the driver it names.
+std::vector<SimPrinter> ServerPrinters(const std::string& serverName, const PrintServer& server) {
+  std::vector<SimPrinter> printers;
+  for (const ServerQueue& queue : server.queues) {
+    SimPrinter p;
+    p.name = "\\\\" + serverName + "\\" + queue.name;
+    p.serverName = "\\\\" + serverName;
+    p.shareName = queue.name;
+    p.driverName = queue.driver.value_or("");
+    p.attributes = PRINTER_ATTRIBUTE_SHARED;
+    printers.push_back(p);
+  }
+  return printers;
+}
+
+// Lays out records of one string each (DRIVER_INFO_1A, PORT_INFO_1A) as the
+// spooler does: the records, then their strings. FALSE with
+// ERROR_INSUFFICIENT_BUFFER and the size needed when the buffer is short.
+BOOL FillNames(Context& c, const std::vector<std::string>& names, LPBYTE buffer, DWORD size,
+               LPDWORD needed, LPDWORD returned) {
+  size_t total = names.size() * sizeof(LPSTR);
+  for (const std::string& name : names) total += name.size() + 1;
+  *needed = static_cast<DWORD>(total);
+  *returned = 0;
+  if (names.empty()) return TRUE;
+  if (!buffer || size < total) {
+    c.lastError = ERROR_INSUFFICIENT_BUFFER;
+    return FALSE;
+  }
+  LPBYTE strings = buffer + names.size() * sizeof(LPSTR);
+  for (size_t i = 0; i < names.size(); ++i) {
+    LPSTR at = reinterpret_cast<LPSTR>(strings);
+    CopyWithNul(at, names[i]);
+    strings += names[i].size() + 1;
+    std::memcpy(buffer + i * sizeof(LPSTR), &at, sizeof at);
+  }
+  *returned = static_cast<DWORD>(names.size());
+  return TRUE;
 }
 
 DWORD NeededFor(const std::vector<const SimPrinter*>& printers) {
@@ -339,7 +389,16 @@ class SimSpooler : public platform::Spooler {
     if (level != 2) return Fail(c, kErrorInvalidLevel);
 
     std::vector<const SimPrinter*> list;
-    if (flags & PRINTER_ENUM_DEFAULT) {
+    std::vector<SimPrinter> shared;
+    if ((flags & PRINTER_ENUM_NAME) && name && *name) {
+      // A print server's shared queues: the name is "\\\\SERVER".
+      if (std::strncmp(name, "\\\\", 2) != 0 || std::strchr(name + 2, '\\') || !name[2])
+        return Fail(c, ERROR_INVALID_NAME);
+      const auto known = FindServer(c, name + 2);
+      if (known == c.machine.printServers.end()) return Fail(c, RPC_S_SERVER_UNAVAILABLE);
+      shared = ServerPrinters(known->first, known->second);
+      for (const SimPrinter& p : shared) list.push_back(&p);
+    } else if (flags & PRINTER_ENUM_DEFAULT) {
       std::optional<std::string> current = c.CurrentDefault();
       if (current)
         if (const SimPrinter* p = FindPrinter(c, *current)) list.push_back(p);
@@ -437,6 +496,17 @@ class SimSpooler : public platform::Spooler {
     return handle;
   }
 
+  // The client's own drivers, of the one environment it has.
+  BOOL EnumPrinterDriversA(LPSTR name, LPSTR environment, DWORD level, LPBYTE buffer, DWORD size,
+                           LPDWORD needed, LPDWORD returned) override {
+    return ListLocal("EnumPrinterDriversA", &Machine::drivers, name, level, buffer, size, needed, returned);
+  }
+
+  BOOL EnumPortsA(LPSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
+                  LPDWORD returned) override {
+    return ListLocal("EnumPortsA", &Machine::ports, name, level, buffer, size, needed, returned);
+  }
+
   BOOL AddPortA(LPSTR name, HWND window, LPSTR monitorName) override {
     Context& c = Current();
     c.lastError = 0;
@@ -447,6 +517,20 @@ class SimSpooler : public platform::Spooler {
   }
 
  private:
+  // A list of names of the client at level 1 (EnumPrinterDriversA,
+  // EnumPortsA): the local computer's only.
+  static BOOL ListLocal(const char* call, std::vector<std::string> Machine::*list, LPSTR name,
+                        DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed, LPDWORD returned) {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault(call, ArgText(name))) return static_cast<BOOL>(f->result);
+    if (!needed || !returned) return Fail(c, kErrorNullRefPointer);
+    *returned = 0;
+    if (level != 1) return Fail(c, kErrorInvalidLevel);
+    if (name && *name) return Fail(c, ERROR_INVALID_NAME);
+    return FillNames(c, c.machine.*list, buffer, size, needed, returned);
+  }
+
   static BOOL Fail(Context& c, DWORD error) {
     c.lastError = error;
     return FALSE;

@@ -3,7 +3,10 @@
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstring>
+#include <vector>
 
 namespace sim {
 
@@ -34,6 +37,64 @@ DWORD CopyPathOut(const std::string& text, char* buffer, DWORD size) {
   if (!buffer || size < text.size() + 1) return static_cast<DWORD>(text.size() + 1);
   CopyWithNul(buffer, text);
   return static_cast<DWORD>(text.size());
+}
+
+// A Windows path made absolute the way GetFullPathNameA does, without looking
+// at the drives: a relative path is taken from currentDir, "/" becomes "\",
+// "." and ".." are applied, and trailing dots and blanks of a name go.
+std::string FullWindowsPath(const std::string& path, const std::string& currentDir) {
+  std::string text = path;
+  for (char& ch : text)
+    if (ch == '/') ch = '\\';
+  auto isDrive = [](const std::string& t) {
+    return t.size() >= 2 && std::isalpha(static_cast<unsigned char>(t[0])) && t[1] == ':';
+  };
+  const bool unc = text.rfind("\\\\", 0) == 0;
+  std::string root, rest;
+  if (unc) {
+    // \\server\share is the root; what follows is relative to it.
+    size_t server = text.find('\\', 2);
+    size_t share = server == std::string::npos ? server : text.find('\\', server + 1);
+    root = text.substr(0, share);
+    rest = share == std::string::npos ? "" : text.substr(share);
+  } else if (isDrive(text) && text.size() > 2 && text[2] == '\\') {
+    root = text.substr(0, 2);
+    rest = text.substr(2);
+  } else {
+    const std::string cwdRoot = isDrive(currentDir) ? currentDir.substr(0, 2) : "C:";
+    if (isDrive(text)) {
+      const bool onCwdDrive = std::toupper(static_cast<unsigned char>(text[0])) ==
+                              std::toupper(static_cast<unsigned char>(cwdRoot[0]));
+      root = text.substr(0, 2);
+      rest = (onCwdDrive ? currentDir.substr(2) : std::string()) + "\\" + text.substr(2);
+    } else if (!text.empty() && text[0] == '\\') {
+      root = cwdRoot;
+      rest = text;
+    } else {
+      root = cwdRoot;
+      rest = currentDir.substr(std::min<size_t>(2, currentDir.size())) + "\\" + text;
+    }
+  }
+  std::vector<std::string> names;
+  std::string name;
+  for (char ch : rest + "\\") {
+    if (ch != '\\') {
+      name += ch;
+      continue;
+    }
+    if (name == "..") {
+      if (!names.empty()) names.pop_back();
+    } else if (name != ".") {
+      while (!name.empty() && (name.back() == '.' || name.back() == ' ')) name.pop_back();
+      if (!name.empty()) names.push_back(name);
+    }
+    name.clear();
+  }
+  std::string full = root;
+  for (const std::string& n : names) full += "\\" + n;
+  // A name ending in a backslash keeps it, and so does a drive's root.
+  if ((names.empty() && !unc) || text.back() == '\\') full += "\\";
+  return full;
 }
 
 class SimSystem : public platform::System {
@@ -69,6 +130,38 @@ class SimSystem : public platform::System {
     c.lastError = 0;
     if (const Fault* f = c.TakeFault("GetSystemDirectoryA", "")) return static_cast<UINT>(f->result);
     return CopyPathOut(c.machine.systemDir, buffer, size);
+  }
+
+  UINT GetWindowsDirectoryA(LPSTR buffer, UINT size) override {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault("GetWindowsDirectoryA", "")) return static_cast<UINT>(f->result);
+    return CopyPathOut(c.machine.windowsDir, buffer, size);
+  }
+
+  DWORD GetFullPathNameA(LPCSTR fileName, DWORD size, LPSTR buffer, LPSTR* filePart) override {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault("GetFullPathNameA", ArgText(fileName)))
+      return static_cast<DWORD>(f->result);
+    if (!fileName || !*fileName) {
+      c.lastError = ERROR_INVALID_NAME;
+      return 0;
+    }
+    const std::string full = FullWindowsPath(fileName, c.CurrentDir());
+    const DWORD length = CopyPathOut(full, buffer, size);
+    if (length == full.size() && filePart) {
+      const size_t slash = full.find_last_of('\\');
+      *filePart = slash + 1 < full.size() ? buffer + slash + 1 : nullptr;
+    }
+    return length;
+  }
+
+  UINT GetACP() override {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault("GetACP", "")) return static_cast<UINT>(f->result);
+    return c.machine.ansiCodePage;
   }
 
   DWORD GetTempPathA(DWORD size, LPSTR buffer) override {
@@ -146,6 +239,14 @@ class SimSystem : public platform::System {
     CopyWithNul(dir, profile);
     *size = needed;
     return TRUE;
+  }
+
+  BOOL IsUserAnAdmin() override {
+    Context& c = Current();
+    c.lastError = 0;
+    if (const Fault* f = c.TakeFault("IsUserAnAdmin", "")) return static_cast<BOOL>(f->result);
+    // Windows 95/98/ME know no rights: every user may do everything.
+    return c.machine.platformId == 1 || c.machine.isAdmin ? TRUE : FALSE;
   }
 
   platform::Failure CreateNetworkObject() override {

@@ -172,6 +172,20 @@ class TracedSystem : public platform::System {
     return Traced("GetTempPathA", json::array({size}), [&] { return inner->GetTempPathA(size, buffer); },
                   [&] { return Buffer(buffer, size); });
   }
+  UINT GetWindowsDirectoryA(LPSTR buffer, UINT size) override {
+    return Traced("GetWindowsDirectoryA", json::array({size}), [&] { return inner->GetWindowsDirectoryA(buffer, size); },
+                  [&] { return Buffer(buffer, size); });
+  }
+  DWORD GetFullPathNameA(LPCSTR fileName, DWORD size, LPSTR buffer, LPSTR* filePart) override {
+    DWORD r = 0;
+    return Traced("GetFullPathNameA", json::array({Text(fileName), size}),
+                  [&] { return r = inner->GetFullPathNameA(fileName, size, buffer, filePart); },
+                  [&] { return r != 0 && r < size ? Buffer(buffer, size) : json(nullptr); });
+  }
+  UINT GetACP() override { return Traced("GetACP", json::array(), [&] { return inner->GetACP(); }); }
+  BOOL IsUserAnAdmin() override {
+    return Traced("IsUserAnAdmin", json::array(), [&] { return inner->IsUserAnAdmin(); });
+  }
   BOOL GetUserNameA(LPSTR buffer, LPDWORD size) override {
     DWORD capacity = size ? *size : 0;
     return Traced("GetUserNameA", json::array({capacity}), [&] { return inner->GetUserNameA(buffer, size); },
@@ -238,6 +252,14 @@ json Bytes(const BYTE* data, DWORD size) {
   return data ? Text(std::string(reinterpret_cast<const char*>(data), size)) : json(nullptr);
 }
 
+// What an enumeration gave back: the bytes it needs and the entries it wrote.
+json Counts(const DWORD* needed, const DWORD* returned) {
+  json out = json::object();
+  if (needed) out["needed"] = *needed;
+  if (returned) out["returned"] = *returned;
+  return out;
+}
+
 class TracedRegistry : public platform::Registry {
  public:
   platform::Registry* inner = nullptr;
@@ -273,6 +295,32 @@ class TracedRegistry : public platform::Registry {
   }
   LONG RegCloseKey(HKEY key) override {
     return Traced("RegCloseKey", json::array({Handle(key)}), [&] { return inner->RegCloseKey(key); });
+  }
+  LONG RegEnumKeyExA(HKEY key, DWORD index, LPSTR name, LPDWORD nameSize, LPDWORD reserved, LPSTR className,
+                     LPDWORD classSize, PFILETIME lastWriteTime) override {
+    LONG r = ERROR_SUCCESS;
+    return Traced("RegEnumKeyExA", json::array({Handle(key), index, nameSize ? json(*nameSize) : json(nullptr)}),
+                  [&] { return r = inner->RegEnumKeyExA(key, index, name, nameSize, reserved, className, classSize,
+                                                        lastWriteTime); },
+                  [&] { return r == ERROR_SUCCESS && name && nameSize ? Buffer(name, *nameSize + 1) : json(nullptr); });
+  }
+  LONG RegEnumValueA(HKEY key, DWORD index, LPSTR valueName, LPDWORD valueNameSize, LPDWORD reserved, LPDWORD type,
+                     LPBYTE data, LPDWORD dataSize) override {
+    LONG r = ERROR_SUCCESS;
+    return Traced(
+        "RegEnumValueA",
+        json::array({Handle(key), index, valueNameSize ? json(*valueNameSize) : json(nullptr),
+                     dataSize ? json(*dataSize) : json(nullptr)}),
+        [&] { return r = inner->RegEnumValueA(key, index, valueName, valueNameSize, reserved, type, data, dataSize); },
+        [&] {
+          json out = json::object();
+          if (r != ERROR_SUCCESS) return out;
+          if (valueName && valueNameSize) out["name"] = Buffer(valueName, *valueNameSize + 1);
+          if (type) out["type"] = *type;
+          if (dataSize) out["size"] = *dataSize;
+          if (data && dataSize) out["data"] = Bytes(data, *dataSize);
+          return out;
+        });
   }
   std::string GetSetting(const std::string& application, const std::string& section, const std::string& key,
                          const std::string& defaultValue) override {
@@ -334,6 +382,10 @@ class TracedFiles : public platform::Files {
   platform::Failure FileCopy(const std::string& source, const std::string& target) override {
     return Traced("FileCopy", json::array({Text(source), Text(target)}),
                   [&] { return inner->FileCopy(source, target); });
+  }
+  DWORD GetFileAttributesA(LPCSTR fileName) override {
+    return Traced("GetFileAttributesA", json::array({Text(fileName)}),
+                  [&] { return inner->GetFileAttributesA(fileName); });
   }
 };
 
@@ -469,15 +521,21 @@ class TracedSpooler : public platform::Spooler {
   }
   BOOL EnumPrintersA(DWORD flags, LPSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
                      LPDWORD returned) override {
-    return Traced(
-        "EnumPrintersA", json::array({flags, Text(name), level, buffer ? json(size) : json(nullptr)}),
-        [&] { return inner->EnumPrintersA(flags, name, level, buffer, size, needed, returned); },
-        [&] {
-          json out = json::object();
-          if (needed) out["needed"] = *needed;
-          if (returned) out["returned"] = *returned;
-          return out;
-        });
+    return Traced("EnumPrintersA", json::array({flags, Text(name), level, buffer ? json(size) : json(nullptr)}),
+                  [&] { return inner->EnumPrintersA(flags, name, level, buffer, size, needed, returned); },
+                  [&] { return Counts(needed, returned); });
+  }
+  BOOL EnumPrinterDriversA(LPSTR name, LPSTR environment, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed,
+                           LPDWORD returned) override {
+    return Traced("EnumPrinterDriversA",
+                  json::array({Text(name), Text(environment), level, buffer ? json(size) : json(nullptr)}),
+                  [&] { return inner->EnumPrinterDriversA(name, environment, level, buffer, size, needed, returned); },
+                  [&] { return Counts(needed, returned); });
+  }
+  BOOL EnumPortsA(LPSTR name, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed, LPDWORD returned) override {
+    return Traced("EnumPortsA", json::array({Text(name), level, buffer ? json(size) : json(nullptr)}),
+                  [&] { return inner->EnumPortsA(name, level, buffer, size, needed, returned); },
+                  [&] { return Counts(needed, returned); });
   }
   BOOL GetDefaultPrinterA(LPSTR buffer, LPDWORD size) override {
     DWORD capacity = size ? *size : 0;

@@ -1,7 +1,8 @@
 # Shared helpers of the tests of the Windows build under Wine. Sourced by the
 # test scripts, which run-all.sh starts with these variables set:
 #   E2E_EXE           the Windows ZandolinEngine.exe (x86_64)
-#   E2E_DEBUG         the Linux zandolin-debug
+#   E2E_DEBUG         the Linux zandolin-debug (zandolin-sim lies beside it)
+#   E2E_CAPTURE       the Windows zandolin-capture.exe (x86_64)
 #   E2E_TMP           the run's temporary folder
 #   E2E_RESULTS       the file that collects one PASS or FAIL line per check
 #   E2E_COMPUTERNAME  the computer's name as Windows reports it
@@ -269,4 +270,75 @@ e2e_reg_value() {
         sub(/^[A-Z_]+    /, "", rest)
         print rest
       }'
+}
+
+# --- zandolin-capture and the rehearsal on its capture ----------------------------
+
+# e2e_capture [ARGUMENT...]: runs zandolin-capture.exe, copied beside the
+# engine of DEPLOY, with the arguments, from a working folder elsewhere, for
+# at most 60 seconds. Sets CAPTURE_RC, CAPTURE_OUT and CAPTURE_ERR (the files
+# of its standard output and standard error), and CAPTURED, the Linux path
+# of the capture it writes beside itself.
+e2e_capture() {
+  cp "$E2E_CAPTURE" "$DEPLOY_DIR/zandolin-capture.exe"
+  E2E_RUNS=$((E2E_RUNS + 1))
+  CAPTURE_OUT="$E2E_TMP/$E2E_SCRIPT.$E2E_RUNS.capture.out"
+  CAPTURE_ERR="$E2E_TMP/$E2E_SCRIPT.$E2E_RUNS.capture.err"
+  (cd "$E2E_TMP" && timeout 60 wine "$DEPLOY\\zandolin-capture.exe" "$@" >"$CAPTURE_OUT" 2>"$CAPTURE_ERR")
+  CAPTURE_RC=$?
+  CAPTURED="$DEPLOY_DIR/${E2E_COMPUTERNAME}_${E2E_USER}"
+}
+
+# e2e_json FILE EXPRESSION: the value of a Python expression over the JSON
+# document m of FILE, as JSON with sorted keys.
+e2e_json() {
+  python3 -c 'import json, sys; m = json.load(open(sys.argv[1], encoding="utf-8"))
+print(json.dumps(eval(sys.argv[2]), sort_keys=True, ensure_ascii=False))' "$1" "$2"
+}
+
+# e2e_rehearse FOLDER: zandolin-sim (beside zandolin-debug) run on a copy of
+# a capture, as the engine runs, with no command line. Sets SIM_RC, and
+# SIM_REPORT and SIM_LOG to files of its outcome text and debug log with
+# plain line ends.
+e2e_rehearse() {
+  local copy="$E2E_TMP/$E2E_SCRIPT.$E2E_RUNS.rehearsal"
+  rm -rf "$copy"
+  cp -r "$1" "$copy"
+  SIM_REPORT="$copy.report"
+  SIM_LOG="$copy.log"
+  "$(dirname "$E2E_DEBUG")/zandolin-sim" "$copy" --json >"$copy.json" 2>"$copy.err"
+  SIM_RC=$?
+  python3 -c 'import json, sys; t = json.load(open(sys.argv[1]))
+open(sys.argv[2], "w").write(t["outcomeText"].replace("\r", ""))
+open(sys.argv[3], "w").write(t["debugBuffer"].replace("\r", ""))' "$copy.json" "$SIM_REPORT" "$SIM_LOG" \
+    2>>"$copy.err"
+}
+
+# e2e_same_run NAME REPORT LOG [WINE_LINE|SIM_LINE...]: the engine's report
+# (an output file) and decoded debug log equal those of the last rehearsal,
+# but for what the platform decides: the time in the report's head, and the
+# lines named, each once in the engine's report or log as WINE_LINE where
+# the simulated client writes SIM_LINE.
+e2e_same_run() {
+  local name=$1 report log pair
+  report=$(e2e_plain "$2")
+  log="$E2E_TMP/$E2E_SCRIPT.$E2E_RUNS.log.named"
+  cp "$3" "$log"
+  shift 3
+  sed -i 's/^Report At: .*/Report At: (the time of the run)/' "$report"
+  local sim_report="$SIM_REPORT.named"
+  sed 's/^Report At: .*/Report At: (the time of the run)/' "$SIM_REPORT" >"$sim_report"
+  for pair in "$@"; do
+    local file count
+    count=$(( $(grep -Fxc -- "${pair%%|*}" "$report") + $(grep -Fxc -- "${pair%%|*}" "$log") ))
+    check_eq "$name: the platform's line once in the engine's run: ${pair%%|*}" 1 "$count"
+    for file in "$report" "$log"; do
+      WINE_LINE=${pair%%|*} SIM_LINE=${pair#*|} \
+        awk '$0 == ENVIRON["WINE_LINE"] { $0 = ENVIRON["SIM_LINE"] } 1' "$file" >"$file.new"
+      mv "$file.new" "$file"
+    done
+  done
+  check_eq "$name: rehearsal ends with exit status 0" 0 "$SIM_RC"
+  check_eq "$name: outcome text as the engine's" "$(cat "$report")" "$(cat "$sim_report")"
+  check_eq "$name: debug log as the engine's" "$(cat "$log")" "$(cat "$SIM_LOG")"
 }

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Runs the tests of the Windows build under Wine.
 #
-#   tests/e2e/run-all.sh ZANDOLINENGINE_EXE ZANDOLIN_DEBUG [SCRIPT...]
+#   tests/e2e/run-all.sh ZANDOLINENGINE_EXE ZANDOLIN_DEBUG ZANDOLIN_CAPTURE_EXE [SCRIPT...]
 #
-# ZANDOLINENGINE_EXE is the x86_64 Windows executable, ZANDOLIN_DEBUG the
-# Linux zandolin-debug; nothing is built here. One Wine prefix is made in a
+# ZANDOLINENGINE_EXE and ZANDOLIN_CAPTURE_EXE are the x86_64 Windows
+# executables, ZANDOLIN_DEBUG the Linux zandolin-debug (zandolin-sim lies
+# beside it); nothing is built here. One Wine prefix is made in a
 # temporary folder and shared by all scripts (test-*.sh beside this file, or
 # the ones named), in order. Each check prints one line; the closing line
 # says "N passed, M failed". The exit status is 0 only when all passed.
@@ -13,15 +14,16 @@
 # E2E_MESSAGE_FILES (default: the EvntMsg.dll beside the engine).
 set -uo pipefail
 
-if [ $# -lt 2 ]; then
-  echo "usage: $0 ZANDOLINENGINE_EXE ZANDOLIN_DEBUG [SCRIPT...]" >&2
+if [ $# -lt 3 ]; then
+  echo "usage: $0 ZANDOLINENGINE_EXE ZANDOLIN_DEBUG ZANDOLIN_CAPTURE_EXE [SCRIPT...]" >&2
   exit 2
 fi
 here=$(cd "$(dirname "$0")" && pwd)
 E2E_EXE=$(realpath "$1")
 E2E_DEBUG=$(realpath "$2")
-shift 2
-for f in "$E2E_EXE" "$E2E_DEBUG"; do
+E2E_CAPTURE=$(realpath "$3")
+shift 3
+for f in "$E2E_EXE" "$E2E_DEBUG" "$E2E_CAPTURE"; do
   [ -f "$f" ] || { echo "run-all: no such file: $f" >&2; exit 2; }
 done
 for tool in wine wineboot wineserver timeout; do
@@ -39,7 +41,7 @@ else
 fi
 
 E2E_TMP=$(mktemp -d "${TMPDIR:-/tmp}/zandolin-e2e.XXXXXX")
-export E2E_EXE E2E_DEBUG E2E_TMP
+export E2E_EXE E2E_DEBUG E2E_CAPTURE E2E_TMP
 export E2E_RESULTS="$E2E_TMP/results"
 : >"$E2E_RESULTS"
 # Pictures of the screen taken by the tests, for a person to look at; they

@@ -72,9 +72,9 @@ start_slapd() {
   return 1
 }
 
-# start_relay TARGET_PORT: a relay to the server that closes the second
-# connection (the query's) when its second request (the search) comes;
-# sets RELAY_PORT.
+# start_relay TARGET_PORT: a relay to the server that closes every second
+# connection (a query's, after its bind's) when its second request (the
+# search) comes; sets RELAY_PORT.
 start_relay() {
   local portfile="$E2E_TMP/relay.port"
   rm -f "$portfile"
@@ -98,7 +98,7 @@ def serve(client, number):
             data = key.fileobj.recv(65536)
             if key.fileobj is client:
                 requests += 1
-                if number == 2 and requests == 2:
+                if number % 2 == 0 and requests == 2:
                     data = b""
             if not data:
                 client.close(); server.close(); return
@@ -200,6 +200,36 @@ else
   e2e_fail "the simulated client reads the same server" "no zandolin-sim beside $E2E_DEBUG"
 fi
 
+# --- the capture of the directory ----------------------------------------------------------
+
+# capture_dir NAME DOMAIN: a deployment folder whose INI file asks the
+# directory of DOMAIN, and zandolin-capture run in it and rehearsed.
+capture_dir() {
+  e2e_deploy "Capture$1"
+  INI_UseActiveDirectory=True INI_AlwaysRun=True INI_DomainName="$2" \
+    INI_UseFileOutput=True INI_FileOutputPath='C:\E2E\DirectoryOut' INI_FileOutputName="Capture$1.txt" \
+    e2e_ini "$DEPLOY_DIR/directory.ini"
+  e2e_capture --ini "$DEPLOY\\directory.ini"
+  check_eq "capture $1: exit status 0" 0 "$CAPTURE_RC"
+  e2e_rehearse "$CAPTURED"
+}
+
+# same_as_engine NAME: the engine run in the deployment folder of the last
+# capture_dir, against the rehearsal.
+same_as_engine() {
+  rm -f "$out_dir/Capture$1.txt"
+  e2e_run
+  e2e_same_run "capture $1" "$out_dir/Capture$1.txt" "$(e2e_debug_log)"
+}
+
+capture_dir Query "$small"
+check_eq "capture Query: the query's answer kept inline, uncut" \
+  "{\"domain\": \"$small\", \"namingContext\": \"$context\", \"printQueues\": [{\"name\": \"NEW-laser\", \"printShareName\": [\"laser\"]}, {\"name\": \"OLD-color\", \"printShareName\": [\"color\"]}, {\"name\": \"NEW-SRV-LaserJet\", \"printShareName\": [\"LaserJet\"]}, {\"name\": \"OLD-plot\", \"printShareName\": [\"plot\"]}, {\"name\": \"NEW-plot\", \"printShareName\": [\"plot\"]}], \"queryError\": null, \"sizeLimit\": 0}" \
+  "$(e2e_json "$CAPTURED/machine.json" 'm["directory"]')"
+check_eq "capture Query: the servers the directory names are asked" '["NEW", "OLD"]' \
+  "$(e2e_json "$CAPTURED/machine.json" 'sorted(m["printServers"])')"
+same_as_engine Query
+
 # --- the server's size limit --------------------------------------------------------------
 
 many=()
@@ -229,6 +259,12 @@ Error accessing Active Directory. Try installing an MDAC update.
 > Error Number: -2147016646
 > Error Description: The server is not operational." "$(cat "$OUT")"
 
+capture_dir Down "$down"
+check_eq "capture Down: no directory kept, and why" \
+  "[false, [\"The directory LDAP://$down could not be reached (-2147016646, The server is not operational.); the rehearsal meets the same failure.\"]]" \
+  "$(e2e_json "$CAPTURED/machine.json" '["directory" in m, m["capture"]["notes"]]')"
+same_as_engine Down
+
 dir_run Empty ""
 check_line "empty domain: the bind fails" "$LOG" "ERROR: Accessing Active Directory. <<"
 check_line "empty domain: reported" "$OUT" "Error accessing Active Directory. Try installing an MDAC update."
@@ -251,6 +287,11 @@ Default Printer:E2E Laser
 Error quering Active Directory printers.
 > Error Number: -2147016646
 > Error Description: The server is not operational." "$(cat "$OUT")"
+  capture_dir Dropped "127.0.0.1:$RELAY_PORT"
+  check_eq "capture Dropped: the refusal of the query kept" \
+    '{"description": "The server is not operational.", "number": -2147016646}' \
+    "$(e2e_json "$CAPTURED/machine.json" 'm["directory"]["queryError"]')"
+  same_as_engine Dropped
 else
   e2e_fail "relay starts" "no port"
 fi

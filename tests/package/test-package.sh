@@ -172,9 +172,10 @@ echo "package: $passed passed, $failed failed"
 
 # --- the package's files under Wine ----------------------------------------------
 
-echo "== the Wine tests with the package's x64 engine"
+echo "== the Wine tests with the package's x64 engine and capture"
 E2E_MESSAGE_FILES="$pkg/x64/EvntMsg.dll $pkg/x86/EvntMsg.dll" \
-  "$root/tests/e2e/run-all.sh" "$pkg/x64/ZandolinEngine.exe" "$debug" | tee "$work/wine.log"
+  "$root/tests/e2e/run-all.sh" "$pkg/x64/ZandolinEngine.exe" "$debug" "$pkg/x64/zandolin-capture.exe" |
+  tee "$work/wine.log"
 wine_passed=0 wine_failed=1
 if [[ $(tail -n 1 "$work/wine.log") =~ ^([0-9]+)\ passed,\ ([0-9]+)\ failed$ ]]; then
   wine_passed=${BASH_REMATCH[1]} wine_failed=${BASH_REMATCH[2]}
