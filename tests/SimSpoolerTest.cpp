@@ -806,6 +806,24 @@ TEST_F(SimSpoolerPointAndPrintTest, StandardUser_PolicyAllowsInstallsWithoutAPro
   EXPECT_EQ((std::vector<std::string>{"HP Universal Printing PCL 6"}), machine().drivers);
 }
 
+TEST_F(SimSpoolerPointAndPrintTest, StandardUser_PolicyInTheRegistryKey_CountsAsPointAndPrint) {
+  machine().isAdmin = false;
+  sim::RegistryValue zero, one;
+  zero.type = one.type = REG_DWORD;
+  zero.data = {0, 0, 0, 0};
+  one.data = {1, 0, 0, 0};
+  machine().registry.push_back(
+      {"hkey_local_machine\\software\\policies\\microsoft\\windows nt\\printers\\pointandprint",
+       {{"RestrictDriverInstallationToAdministrators", zero}, {"NoWarningNoElevationOnInstall", one}}});
+  EXPECT_TRUE(Connect("\\\\NEW\\laser"));
+  // pointAndPrint names the same key and wins over it.
+  machine().printers.clear();
+  machine().drivers.clear();
+  Policy("restrictdriverinstallationtoadministrators", 1);
+  EXPECT_FALSE(Connect("\\\\NEW\\laser"));
+  EXPECT_EQ(3019u, lastError());
+}
+
 TEST_F(SimSpoolerPointAndPrintTest, StandardUser_BeforeWindowsVista_NoRestriction) {
   machine().isAdmin = false;
   machine().majorVersion = 5;

@@ -469,7 +469,7 @@ nlohmann::json Context::ClientRecord() const {
   using nlohmann::json;
   json client = json::object();
   client["isAdmin"] = machine.isAdmin;
-  nlohmann::ordered_json policy = PointAndPrintToJson(machine.pointAndPrint);
+  nlohmann::ordered_json policy = PointAndPrintToJson(PointAndPrintPolicy(machine));
   if (!PointAndPrintDword(machine, "RestrictDriverInstallationToAdministrators"))
     policy["RestrictDriverInstallationToAdministrators"] = 1;   // absent counts as 1
   client["pointAndPrint"] = json::parse(policy.dump());

@@ -657,8 +657,22 @@ std::optional<uint32_t> DwordOf(const RegistryValue& value) {
   return uint32_t(d[0]) | uint32_t(d[1]) << 8 | uint32_t(d[2]) << 16 | uint32_t(d[3]) << 24;
 }
 
+std::vector<std::pair<std::string, RegistryValue>> PointAndPrintPolicy(const Machine& machine) {
+  static const char kKey[] = "HKEY_LOCAL_MACHINE\\Software\\Policies\\Microsoft\\Windows NT\\Printers\\PointAndPrint";
+  std::vector<std::pair<std::string, RegistryValue>> policy = machine.pointAndPrint;
+  for (const auto& [key, values] : machine.registry) {
+    if (!SameNoCase(key, kKey)) continue;
+    for (const auto& [name, value] : values) {
+      bool named = false;
+      for (const auto& given : policy) named = named || SameNoCase(given.first, name);
+      if (!named) policy.emplace_back(name, value);
+    }
+  }
+  return policy;
+}
+
 std::optional<uint32_t> PointAndPrintDword(const Machine& machine, const std::string& name) {
-  for (const auto& [valueName, value] : machine.pointAndPrint) {
+  for (const auto& [valueName, value] : PointAndPrintPolicy(machine)) {
     if (SameNoCase(valueName, name)) return DwordOf(value);
   }
   return std::nullopt;

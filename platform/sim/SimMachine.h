@@ -143,6 +143,10 @@ std::optional<uint32_t> DwordOf(const RegistryValue& value);
 // A Point and Print policy value by name (case-blind), as Windows reads the
 // policy: its DWORD, or nullopt when absent or of another type.
 std::optional<uint32_t> PointAndPrintDword(const Machine& machine, const std::string& name);
+// The Point and Print policy as the client applies it: the values of
+// pointAndPrint, then those of its key in registry that pointAndPrint does
+// not name (both stand for the same key).
+std::vector<std::pair<std::string, RegistryValue>> PointAndPrintPolicy(const Machine& machine);
 // Whether the Point and Print policy keeps a standard user of this client
 // from installing a print server's driver with a connection.
 bool DriverInstallRefused(const Machine& machine);
