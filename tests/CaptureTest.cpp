@@ -128,7 +128,7 @@ class CaptureTest : public SimFixture {
   // original: this fixture's), the command line empty.
   static json RunOn(const fs::path& folder) {
     std::unique_ptr<sim::Client> run = sim::Client::Load(folder);
-    json t = run->Run(sim::RunOptions{"", 120});
+    json t = run->Run(sim::RunOptions{});
     run.reset();
     return t;
   }
