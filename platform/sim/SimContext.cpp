@@ -430,6 +430,41 @@ void Context::CheckDeadline() const {
   if (std::chrono::steady_clock::now() > deadline) throw StuckError{StuckReason(), PlainStuckReason()};
 }
 
+std::vector<std::pair<std::string, RegistryValue>> PointAndPrintPolicy(const Machine& machine) {
+  static const char kKey[] = "HKEY_LOCAL_MACHINE\\Software\\Policies\\Microsoft\\Windows NT\\Printers\\PointAndPrint";
+  std::vector<std::pair<std::string, RegistryValue>> policy = machine.pointAndPrint;
+  for (const auto& [key, values] : machine.registry) {
+    if (!SameNoCase(key, kKey)) continue;
+    for (const auto& [name, value] : values) {
+      bool named = false;
+      for (const auto& given : policy) named = named || SameNoCase(given.first, name);
+      if (!named) policy.emplace_back(name, value);
+    }
+  }
+  return policy;
+}
+
+std::optional<uint32_t> PointAndPrintDword(const Machine& machine, const std::string& name) {
+  for (const auto& [valueName, value] : PointAndPrintPolicy(machine)) {
+    if (SameNoCase(valueName, name)) return DwordOf(value);
+  }
+  return std::nullopt;
+}
+
+// Windows XP and older let users install a server's driver; Windows Vista
+// and later show a warning and ask for consent. Since August 2021
+// RestrictDriverInstallationToAdministrators (absent counts as 1) leaves the
+// install to administrators. At 0 the Point and Print Restrictions decide:
+// switched off (Restricted 0) or with NoWarningNoElevationOnInstall 1 a user
+// installs without a word; otherwise Windows asks for an administrator's
+// consent, which a standard user cannot give.
+bool DriverInstallRefused(const Machine& m) {
+  if (m.platformId != 2 || m.majorVersion < 6) return false;
+  if (PointAndPrintDword(m, "RestrictDriverInstallationToAdministrators").value_or(1) != 0) return true;
+  if (PointAndPrintDword(m, "Restricted") == 0u) return false;
+  return PointAndPrintDword(m, "NoWarningNoElevationOnInstall").value_or(0) != 1;
+}
+
 nlohmann::json PrinterToJson(const SimPrinter& p) {
   return nlohmann::json{{"name", p.name},
                         {"serverName", p.serverName ? nlohmann::json(*p.serverName) : nlohmann::json(nullptr)},

@@ -2,7 +2,6 @@
 // one. The file itself is read and written in SimMachineFile.cpp.
 #include "platform/sim/SimMachine.h"
 
-#include "platform/sim/SimServices.h"
 #include "platform/sim/Simulator.h"
 
 #include <nlohmann/json.hpp>
@@ -655,41 +654,6 @@ std::optional<uint32_t> DwordOf(const RegistryValue& value) {
   const std::vector<uint8_t>& d = value.data;
   if (value.type != REG_DWORD || d.size() != 4) return std::nullopt;
   return uint32_t(d[0]) | uint32_t(d[1]) << 8 | uint32_t(d[2]) << 16 | uint32_t(d[3]) << 24;
-}
-
-std::vector<std::pair<std::string, RegistryValue>> PointAndPrintPolicy(const Machine& machine) {
-  static const char kKey[] = "HKEY_LOCAL_MACHINE\\Software\\Policies\\Microsoft\\Windows NT\\Printers\\PointAndPrint";
-  std::vector<std::pair<std::string, RegistryValue>> policy = machine.pointAndPrint;
-  for (const auto& [key, values] : machine.registry) {
-    if (!SameNoCase(key, kKey)) continue;
-    for (const auto& [name, value] : values) {
-      bool named = false;
-      for (const auto& given : policy) named = named || SameNoCase(given.first, name);
-      if (!named) policy.emplace_back(name, value);
-    }
-  }
-  return policy;
-}
-
-std::optional<uint32_t> PointAndPrintDword(const Machine& machine, const std::string& name) {
-  for (const auto& [valueName, value] : PointAndPrintPolicy(machine)) {
-    if (SameNoCase(valueName, name)) return DwordOf(value);
-  }
-  return std::nullopt;
-}
-
-// Windows XP and older let users install a server's driver; Windows Vista
-// and later show a warning and ask for consent. Since August 2021
-// RestrictDriverInstallationToAdministrators (absent counts as 1) leaves the
-// install to administrators. At 0 the Point and Print Restrictions decide:
-// switched off (Restricted 0) or with NoWarningNoElevationOnInstall 1 a user
-// installs without a word; otherwise Windows asks for an administrator's
-// consent, which a standard user cannot give.
-bool DriverInstallRefused(const Machine& m) {
-  if (m.platformId != 2 || m.majorVersion < 6) return false;
-  if (PointAndPrintDword(m, "RestrictDriverInstallationToAdministrators").value_or(1) != 0) return true;
-  if (PointAndPrintDword(m, "Restricted") == 0u) return false;
-  return PointAndPrintDword(m, "NoWarningNoElevationOnInstall").value_or(0) != 1;
 }
 
 nlohmann::ordered_json PointAndPrintToJson(
