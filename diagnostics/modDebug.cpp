@@ -27,14 +27,66 @@ void WriteBanner(int before, const std::string& title, int after) {
   WriteDebug(rule);
 }
 
+namespace {
+
+// The log is converted to UTF-16 a piece at a time, so that no full-size
+// copy of it stands beside the file's bytes.
+constexpr size_t kPieceSize = size_t{1} << 15;
+
+// Where the piece of the log that begins at start ends: behind the last line
+// feed within kPieceSize bytes, else behind the next one, else at the end. A
+// line feed is a character of its own in every ANSI code page (no lead or
+// trail byte of a double-byte code page, no byte of a UTF-8 sequence), so
+// the pieces convert to exactly what the whole log converts to.
+size_t PieceEnd(const std::string& log, size_t start) {
+  if (log.size() - start <= kPieceSize) return log.size();
+  size_t cut = log.rfind('\n', start + kPieceSize - 1);
+  if (cut == std::string::npos || cut < start) cut = log.find('\n', start + kPieceSize);
+  return cut == std::string::npos ? log.size() : cut + 1;
+}
+
+}  // namespace
+
+std::vector<uint8_t> EncodeDebugLog(const std::string& log) {
+  // Each byte of an ANSI code page gives at most one UTF-16 unit, and in a
+  // single-byte code page exactly one: the file is laid out for that length
+  // first, and when the conversion gives fewer units, laid out again for the
+  // length it gave.
+  size_t length = log.size() * 2;
+  for (;;) {
+    std::vector<uint8_t> file(length);
+    std::vector<uint8_t> few;  // the whole UTF-16 text, while it has less than three bytes
+    size_t converted = 0;
+    for (size_t start = 0; start < log.size();) {
+      const size_t end = PieceEnd(log, start);
+      const std::vector<uint8_t> piece =
+          StringToBytes(log.substr(start, end - start), true, false);
+      if (length >= 3 && converted + piece.size() <= length)
+        InterleavePiece(file, converted, piece.data(), piece.size());
+      if (converted + piece.size() < 3) few.insert(few.end(), piece.begin(), piece.end());
+      converted += piece.size();
+      start = end;
+    }
+    if (converted < 3) {
+      // Two bytes grow to three, one or none is fatal: InterleaveBytes knows.
+      InterleaveBytes(few);
+      AddRunningSum(few);
+      return few;
+    }
+    if (converted == length) {
+      AddRunningSum(file);
+      return file;
+    }
+    length = converted;
+  }
+}
+
 // Writes the log, scrambled, beside the executable as <computer>.debug. With
 // the log empty or DebugOn False nothing is written.
 void SaveDebugFile() {
   if (gDebugBuffer.empty() || !INIDocument.DebugOn) return;
 
-  std::vector<uint8_t> bytes = StringToBytes(gDebugBuffer, true, false);
-  InterleaveBytes(bytes);
-  AddRunningSum(bytes);
+  std::vector<uint8_t> bytes = EncodeDebugLog(gDebugBuffer);
 
   const std::string path = Sys().system->AppPath() + "\\" + GetClientComputerName() + ".debug";
   WriteDebugBytes(path, bytes);

@@ -56,6 +56,21 @@ void InterleaveBytes(std::vector<uint8_t>& data) {
   data = std::move(result);
 }
 
+// Index 0 stays in front; the front half, 1 to length / 2, goes to the odd
+// positions in its order; the back half to the even positions from 2 on,
+// the last index first.
+void InterleavePiece(std::vector<uint8_t>& target, size_t first, const uint8_t* piece,
+                     size_t count) {
+  const size_t length = target.size();
+  const size_t lastFront = length / 2;
+  uint8_t* out = target.data();
+  size_t i = first;
+  const size_t end = first + count;
+  if (i == 0 && i < end) out[0] = piece[i++ - first];
+  for (; i < end && i <= lastFront; ++i) out[2 * i - 1] = piece[i - first];
+  for (; i < end; ++i) out[2 * (length - i)] = piece[i - first];
+}
+
 void AppendByte(std::vector<uint8_t>& target, int32_t& position, uint8_t value) {
   if (position > UBound(target)) target.resize(static_cast<size_t>(position) + 501);
   target[static_cast<size_t>(position)] = value;

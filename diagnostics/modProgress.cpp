@@ -19,17 +19,14 @@ void StartProgress() {
   Sys().ui->ShowProgressWindow();
 }
 
-// One statement in the window and one step of the bar, then one pump. An
-// empty text only moves the bar. The 100th step wraps to 1.
-void UpdateProgress(const std::string& text) {
-  if (!INIDocument.ShowProgress) return;
+void ShowStatementAndStep(const std::string& text) {
   LoadProgressForm();
   Sys().ui->RedrawProgressWindow();
   if (!text.empty()) {
     frmProgress.Label = text;
     Sys().ui->SetProgressLabel(frmProgress.Label);
   }
-  frmProgress.Value = frmProgress.Value != 100 ? frmProgress.Value + 1 : 1;
+  frmProgress.Value = NextProgressValue(frmProgress.Value);
   Sys().ui->MoveProgressBar(frmProgress.Value);
   Sys().ui->DoEvents();
 }

@@ -65,6 +65,18 @@ bool EqualsNoCase(const std::string& a, const std::string& b) {
   return true;
 }
 
+FoldedName FoldName(const std::string& name) {
+  FoldedName folded;
+  folded.text.resize(name.size());
+  uint64_t key = 14695981039346656037u;  // FNV-1a
+  for (size_t i = 0; i < name.size(); ++i) {
+    folded.text[i] = FoldCase(name[i]);
+    key = (key ^ static_cast<unsigned char>(folded.text[i])) * 1099511628211u;
+  }
+  folded.key = key;
+  return folded;
+}
+
 bool ContainsNoCase(const std::string& text, const std::string& needle) {
   if (needle.empty()) return true;
   if (needle.size() > text.size()) return false;

@@ -52,8 +52,14 @@ int LoadedFormCount();
 // Forgets every loaded form (process start).
 void ClearLoadedForms();
 
-// Shorthand for the active platform services.
-inline platform::ServiceSet& Sys() { return platform::Services(); }
+// Shorthand for the active platform services. Using them takes back the
+// progress pulses the platform granted (platform::QuietPulses): after any
+// other call the next pulse reaches the platform again.
+inline platform::ServiceSet& Sys() {
+  platform::ServiceSet& services = platform::Services();
+  services.pulses.granted = 0;
+  return services;
+}
 
 // "True" or "False".
 const char* BoolText(bool value);
@@ -61,6 +67,41 @@ const char* BoolText(bool value);
 std::string TrimBlanks(const std::string& text);
 // Whole-string compare, case-blind.
 bool EqualsNoCase(const std::string& a, const std::string& b);
+// A name prepared once for many case-blind whole-string compares, each of
+// which gives what EqualsNoCase gives: the name folded as EqualsNoCase folds
+// it, and a key of the folded text to reject on (names that compare equal
+// have equal keys).
+struct FoldedName {
+  uint64_t key = 0;
+  std::string text;
+};
+FoldedName FoldName(const std::string& name);
+inline bool SameName(const FoldedName& a, const FoldedName& b) {
+  return a.key == b.key && a.text == b.text;
+}
+// The names of a list folded once, keys apart from texts, so that a walk
+// over the list reads little more than the keys.
+struct FoldedNames {
+  std::vector<uint64_t> keys;
+  std::vector<std::string> texts;
+};
+template <class Record>
+FoldedNames FoldNames(const std::vector<Record>& list, std::string Record::*field) {
+  FoldedNames names;
+  names.keys.reserve(list.size());
+  names.texts.reserve(list.size());
+  for (const Record& record : list) {
+    FoldedName name = FoldName(record.*field);
+    names.keys.push_back(name.key);
+    names.texts.push_back(std::move(name.text));
+  }
+  return names;
+}
+// The name at index i of the list is the name, case-blind.
+inline bool SameName(const FoldedNames& names, int i, const FoldedName& name) {
+  const size_t at = static_cast<size_t>(i);
+  return names.keys[at] == name.key && names.texts[at] == name.text;
+}
 // Whether needle stands anywhere in text, case-blind.
 bool ContainsNoCase(const std::string& text, const std::string& needle);
 // Splits at every separator, empty pieces kept; the empty text gives no piece.

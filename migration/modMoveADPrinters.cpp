@@ -44,14 +44,12 @@ void FillDirectoryPrinter(DirectoryPrinter& entry, const platform::DirectoryRow&
   if (!row.printShareName.empty()) entry.ShareName = row.printShareName[0];
 }
 
-// The name test: the directory's share name or printer name is the client's
-// queue name, whole string and case-blind.
-bool NamesSameQueue(const DirectoryPrinter& entry, const ClientPrinter& printer) {
-  return EqualsNoCase(entry.ShareName, printer.QueueName) ||
-         EqualsNoCase(entry.PrinterName, printer.QueueName);
-}
-
 }  // namespace
+
+DirectoryNames FoldDirectoryNames() {
+  return {FoldNames(gDirectoryPrinters, &DirectoryPrinter::ShareName),
+          FoldNames(gDirectoryPrinters, &DirectoryPrinter::PrinterName)};
+}
 
 void GetADPrinters() {
   gDirectoryPrinters.assign(1, DirectoryPrinter{});
@@ -137,15 +135,21 @@ void MigrateADPrinters() {
   AppendOutcome("* ----- Migrating Printers using AD ----- *");
   WriteDebug(">> * ----- Migrating Printers using AD ----- * <<");
 
+  const DirectoryNames names = FoldDirectoryNames();
   for (int i = 1; i <= UBound(gClientPrinters); ++i) {
     const ClientPrinter printer = gClientPrinters[i];
+    const FoldedName queue = FoldName(printer.QueueName);
     bool found = false;
 
     // Every entry is tested, also after a match: each matching entry acts on
-    // its own, in directory order.
+    // its own, in directory order. The pulses of the entries are given at
+    // the next match and at the end (PulseProgress).
+    int64_t pulses = 0;
     for (int j = 1; j <= UBound(gDirectoryPrinters); ++j) {
       const DirectoryPrinter& entry = gDirectoryPrinters[j];
-      if (NamesSameQueue(entry, printer)) {
+      if (NamesSameQueue(names, j, queue)) {
+        PulseProgress(pulses);
+        pulses = 0;
         WriteDebug(">> Found a printer match <<");
         WriteDebug(">> Printer share names (Client/AD): " + printer.QueueName + " / " +
                    entry.ShareName);
@@ -172,8 +176,9 @@ void MigrateADPrinters() {
           WriteDebug(">> Printer already migrated: " + pieces);
         }
       }
-      UpdateProgress("");
+      ++pulses;
     }
+    PulseProgress(pulses);
 
     if (!found) {
       const std::string pieces = printer.PrinterName + " (" + printer.ServerName + ")";

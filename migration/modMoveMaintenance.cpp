@@ -48,21 +48,45 @@ std::string BareServer(const ClientPrinter& printer) {
   return printer.ServerName.size() > 2 ? printer.ServerName.substr(2) : std::string();
 }
 
-// The entry names the printer, by its whole name or by its name on the
+// The names of the prune list, folded once for the case-blind tests.
+struct PruneNames {
+  FoldedNames printers;
+  FoldedNames servers;
+};
+
+PruneNames FoldPruneNames(const std::vector<NameDefinition>& entries) {
+  return {FoldNames(entries, &NameDefinition::PrinterName),
+          FoldNames(entries, &NameDefinition::ServerName)};
+}
+
+// A client printer's names, folded once for the same tests.
+struct PrinterNames {
+  FoldedName name;    // PrinterName
+  FoldedName queue;   // QueueName
+  FoldedName server;  // BareServer
+};
+
+PrinterNames FoldPrinterNames(const ClientPrinter& printer) {
+  return {FoldName(printer.PrinterName), FoldName(printer.QueueName),
+          FoldName(BareServer(printer))};
+}
+
+// Entry j names the printer, by its whole name or by its name on the
 // server, whole string and case-blind.
-bool NamesPrinter(const NameDefinition& entry, const ClientPrinter& printer) {
-  return EqualsNoCase(entry.PrinterName, printer.PrinterName) ||
-         EqualsNoCase(entry.PrinterName, printer.QueueName);
+bool NamesPrinter(const PruneNames& entries, int j, const PrinterNames& printer) {
+  return SameName(entries.printers, j, printer.name) ||
+         SameName(entries.printers, j, printer.queue);
 }
 
 // "*" is every print server and ".*" every print server and this computer;
 // any other server name, "." included, is one server. A printer name of "*"
 // is every printer of a named server.
-bool PruneMatchesNetworkPrinter(const NameDefinition& entry, const ClientPrinter& printer) {
-  if (entry.ServerName == "*" || entry.ServerName == ".*") return NamesPrinter(entry, printer);
-  bool sameServer = EqualsNoCase(entry.ServerName, BareServer(printer));
+bool PruneMatchesNetworkPrinter(const NameDefinition& entry, const PruneNames& entries, int j,
+                                const PrinterNames& printer) {
+  if (entry.ServerName == "*" || entry.ServerName == ".*") return NamesPrinter(entries, j, printer);
+  bool sameServer = SameName(entries.servers, j, printer.server);
   if (entry.PrinterName == "*") return sameServer;
-  return sameServer && NamesPrinter(entry, printer);
+  return sameServer && NamesPrinter(entries, j, printer);
 }
 
 }  // namespace
@@ -146,10 +170,12 @@ void PruneNetworkPrinters() {
 
   WriteSectionHeader("* ----- Maintenance Prune Network Printers ----- *");
 
+  const PruneNames names = FoldPruneNames(entries);
   for (int i = 1; i <= UBound(gClientPrinters); ++i) {
     const ClientPrinter printer = gClientPrinters[i];
+    const PrinterNames printerNames = FoldPrinterNames(printer);
     for (int j = 0; j <= UBound(entries); ++j) {
-      if (PruneMatchesNetworkPrinter(entries[j], printer)) {
+      if (PruneMatchesNetworkPrinter(entries[j], names, j, printerNames)) {
         RemoveNetworkPrinter(printer.ServerName + "\\" + printer.QueueName);
         break;
       }
@@ -165,14 +191,16 @@ void PruneLocalPrinters() {
 
   WriteSectionHeader("* ----- Maintenance Prune Local Printers ----- *");
 
+  const PruneNames names = FoldPruneNames(entries);
   for (int i = 1; i <= UBound(gClientLocalPrinters); ++i) {
     const ClientPrinter printer = gClientLocalPrinters[i];
     bool selected = deleteAll;
     if (!selected) {
+      const PrinterNames printerNames = FoldPrinterNames(printer);
       for (int j = 0; j <= UBound(entries); ++j) {
         const NameDefinition& entry = entries[j];
         if (entry.ServerName != "." && entry.ServerName != ".*") continue;
-        if (NamesPrinter(entry, printer)) {
+        if (NamesPrinter(names, j, printerNames)) {
           selected = true;
           break;
         }
@@ -186,13 +214,18 @@ void PruneLocalPrinters() {
 void PruneADOrphans() {
   WriteSectionHeader("* ----- Maintenance Prune All Orphaned Active Directory Printers ----- *");
 
+  const DirectoryNames names = FoldDirectoryNames();
   for (int i = 1; i <= UBound(gClientPrinters); ++i) {
     const ClientPrinter printer = gClientPrinters[i];
+    const FoldedName queue = FoldName(printer.QueueName);
     bool found = false;
+    // The pulses of the entries are given at the next match and at the end.
+    int64_t pulses = 0;
     for (int j = 1; j <= UBound(gDirectoryPrinters); ++j) {
       const DirectoryPrinter& entry = gDirectoryPrinters[j];
-      if (EqualsNoCase(entry.ShareName, printer.QueueName) ||
-          EqualsNoCase(entry.PrinterName, printer.QueueName)) {
+      if (NamesSameQueue(names, j, queue)) {
+        PulseProgress(pulses);
+        pulses = 0;
         WriteDebug(">> Found a printer match <<");
         WriteDebug(">> Printer share names (Client/AD): " + printer.QueueName + " \\ " +
                    entry.ShareName);
@@ -207,8 +240,9 @@ void PruneADOrphans() {
           break;
         }
       }
-      UpdateProgress("");
+      ++pulses;
     }
+    PulseProgress(pulses);
     if (!printer.ServerName.empty() && !found && !printer.QueueName.empty()) {
       RemoveNetworkPrinter(printer.ServerName + "\\" + printer.QueueName);
     }

@@ -78,12 +78,14 @@ void MovePrinterToPrinter() {
 
   WriteModeHeader("* ----- Migrating Networked Printers Between Printers ----- *");
 
+  const FoldedNames fromPrinters = FoldNames(definitions, &PrinterDefinition::FromPrinter);
   for (int i = 1; i <= UBound(gClientPrinters); ++i) {
     const ClientPrinter client = gClientPrinters[i];
+    const FoldedName queue = FoldName(client.QueueName);
     bool found = false;
     for (int j = 0; j <= UBound(definitions); ++j) {
       const PrinterDefinition& definition = definitions[j];
-      if (EqualsNoCase(definition.FromPrinter, client.QueueName)) {
+      if (SameName(fromPrinters, j, queue)) {
         WriteDebug(">> Found a printer match <<");
         WriteDebug(">> Client printer: " + client.QueueName);
         WriteDebug(">> INI Printer: " + definition.FromPrinter);
@@ -104,13 +106,14 @@ void MoveServerToServer() {
 
   WriteModeHeader("* ----- Migrating Networked Printers Between Servers ----- *");
 
+  const FoldedNames fromServers = FoldNames(definitions, &ServerDefinition::FromServer);
   for (int i = 1; i <= UBound(gClientPrinters); ++i) {
     const ClientPrinter client = gClientPrinters[i];
-    const std::string bareServer = BareServer(client);
+    const FoldedName bareServer = FoldName(BareServer(client));
     bool found = false;
     for (int j = 0; j <= UBound(definitions); ++j) {
       const ServerDefinition& definition = definitions[j];
-      if (EqualsNoCase(definition.FromServer, bareServer)) {
+      if (SameName(fromServers, j, bareServer)) {
         WriteDebug(">> Found a server match <<");
         WriteDebug(">> Client server: " + client.ServerName);
         WriteDebug(">> INI server: " + definition.FromServer);
@@ -132,14 +135,16 @@ void MoveMixed() {
   WriteModeHeader(
       "* ----- Migrating Networked Servers and Printers Between Servers and Printers----- *");
 
+  const FoldedNames fromServers = FoldNames(definitions, &MixedDefinition::FromServer);
+  const FoldedNames fromPrinters = FoldNames(definitions, &MixedDefinition::FromPrinter);
   for (int i = 1; i <= UBound(gClientPrinters); ++i) {
     const ClientPrinter client = gClientPrinters[i];
-    const std::string bareServer = BareServer(client);
+    const FoldedName bareServer = FoldName(BareServer(client));
+    const FoldedName queue = FoldName(client.QueueName);
     bool found = false;
     for (int j = 0; j <= UBound(definitions); ++j) {
       const MixedDefinition& definition = definitions[j];
-      if (EqualsNoCase(definition.FromServer, bareServer) &&
-          EqualsNoCase(definition.FromPrinter, client.QueueName)) {
+      if (SameName(fromServers, j, bareServer) && SameName(fromPrinters, j, queue)) {
         WriteDebug(">> Found a Printer and Server match <<");
         WriteDebug(">> Client printer: " + client.QueueName);
         WriteDebug(">> Client Server: " + client.ServerName);

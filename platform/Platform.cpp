@@ -2,11 +2,7 @@
 
 namespace platform {
 
-namespace {
 ServiceSet gServices;
-}
-
-ServiceSet& Services() { return gServices; }
 
 void SetServices(const ServiceSet& services) { gServices = services; }
 

@@ -273,7 +273,22 @@ class Directory {
   virtual Failure Execute(const std::string& commandText, std::vector<DirectoryRow>& rows) = 0;
 };
 
+// Progress pulses taken without a call of the platform. A long loop pulses
+// the progress window once a step (redraw, one move of the bar, one pump);
+// when the progress window exists and the platform knows that nothing can
+// come due before a number of further steps (no timer, no socket, no
+// paint), it grants that many at its pump, and the engine then only counts
+// them here. Any other use of the platform by the engine takes the grant
+// back. The platform counts the pulses taken as moves of the bar the next
+// time it is called, or reports them.
+struct QuietPulses {
+  int64_t taken = 0;     // pulses taken so that the platform has not counted yet
+  int64_t granted = 0;   // while taken is below it, the next pulse may be taken so
+  int value = 0;         // the bar's value after the last of them
+};
+
 struct ServiceSet {
+  QuietPulses pulses;
   System* system = nullptr;
   Profile* profile = nullptr;
   Registry* registry = nullptr;
@@ -286,7 +301,8 @@ struct ServiceSet {
   Directory* directory = nullptr;
 };
 
-ServiceSet& Services();
+extern ServiceSet gServices;
+inline ServiceSet& Services() { return gServices; }
 void SetServices(const ServiceSet& services);
 
 }  // namespace platform

@@ -12,6 +12,7 @@ set -euo pipefail
 run_packages=(g++ cmake ninja-build nlohmann-json3-dev libldap-dev)
 test_packages=(
   make pkg-config
+  clang libclang-rt-14-dev
   g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils-mingw-w64
   g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32
   wine64 wine

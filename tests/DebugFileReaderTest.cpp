@@ -2,6 +2,7 @@
 #include "app/zandolin-debug/DebugFileReader.h"
 
 #include "diagnostics/modFileEncoding.h"
+#include "platform/Utf8.h"
 #include "tests/IniFileBuilder.h"
 #include "tests/SimFixture.h"
 
@@ -151,6 +152,8 @@ TEST(DebugFileReaderTest, DecodeDebugFile_SingleAccentedLetterInTheBackHalf_IsKe
   EXPECT_EQ(0u, decoded.droppedBytes);
 }
 
+using platform::AppendUtf8;
+
 // An independent reading of a file whose log length is known: undo the sum,
 // then put every byte back where the interleaving took it from.
 std::string PlainDecode(const std::vector<uint8_t>& file, size_t length) {
@@ -176,21 +179,7 @@ std::string PlainDecode(const std::vector<uint8_t>& file, size_t length) {
       u = 0x10000 + ((u - 0xD800) << 10) + (low - 0xDC00);
       i += 2;
     }
-    if (u < 0x80) {
-      out += static_cast<char>(u);
-    } else if (u < 0x800) {
-      out += static_cast<char>(0xC0 | u >> 6);
-      out += static_cast<char>(0x80 | (u & 0x3F));
-    } else if (u < 0x10000) {
-      out += static_cast<char>(0xE0 | u >> 12);
-      out += static_cast<char>(0x80 | (u >> 6 & 0x3F));
-      out += static_cast<char>(0x80 | (u & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | u >> 18);
-      out += static_cast<char>(0x80 | (u >> 12 & 0x3F));
-      out += static_cast<char>(0x80 | (u >> 6 & 0x3F));
-      out += static_cast<char>(0x80 | (u & 0x3F));
-    }
+    AppendUtf8(out, u);
   }
   return out;
 }
@@ -269,6 +258,81 @@ TEST(DebugFileReaderTest, DecodeDebugFile_TailStartingWithOrdinaryCharacter_Cann
   EXPECT_NE(o.shortLog, decoded.text);
   EXPECT_EQ(0u, decoded.text.find(kBegin));
   EXPECT_EQ(decoded.text.size() - kEnd.size(), decoded.text.rfind(kEnd));
+}
+
+// The same file with another byte after the short run's end: an older run
+// whose running sum stood elsewhere at that point, which shifts every byte
+// of its tail by the same amount.
+std::vector<uint8_t> WithSeamByte(std::vector<uint8_t> file, size_t at, uint8_t seam) {
+  const uint8_t shift = static_cast<uint8_t>(seam - static_cast<uint8_t>(file[at] - file[at - 1]));
+  for (size_t i = at; i < file.size(); ++i) file[i] = static_cast<uint8_t>(file[i] + shift);
+  return file;
+}
+
+TEST(DebugFileReaderTest, DecodeDebugFile_OlderLongerTail_NamesTheLongestReading) {
+  Overwritten o = WriteOver(Lines(">> Found networked printer: \\\\OLD\\laser", 40),
+                            Lines(">> Added networked printer: \\\\NEW\\laser", 11));
+  DecodedDebugFile decoded = MustDecode(o.file);
+  EXPECT_EQ(o.shortBytes, decoded.length);
+  EXPECT_EQ(o.file.size(), decoded.longest);
+  EXPECT_GT(decoded.evidence, 10.0);   // over the bar of a high byte after the end
+  EXPECT_TRUE(decoded.others.empty());
+  EXPECT_EQ(PlainDecode(o.file, o.file.size()), DebugFileText(o.file, o.file.size()));
+  EXPECT_EQ(o.shortLog, DebugFileText(o.file, o.shortBytes));
+}
+
+TEST(DebugFileReaderTest, DecodeDebugFile_TailAfterANulCharacter_TheWholeFileIsNoLog) {
+  Overwritten o = WriteOver(Lines(">> line ", 60), Lines(">> line ", 8));
+  ASSERT_EQ(0u, o.shortBytes % 4);
+  // The byte after the end makes a NUL character, which no log holds.
+  std::vector<uint8_t> file = WithSeamByte(o.file, o.shortBytes, 0);
+  DecodedDebugFile decoded = MustDecode(file);
+  EXPECT_EQ(o.shortLog, decoded.text);
+  EXPECT_EQ(o.shortBytes, decoded.length);
+  EXPECT_EQ(o.shortBytes, decoded.longest);
+  EXPECT_EQ(file.size() - o.shortBytes, decoded.droppedBytes);
+}
+
+TEST(DebugFileReaderTest, DecodeDebugFile_TaillessLogOnceReadShort_ComesBackWhole) {
+  // A genuine log mutated, with no older run behind it: among other things
+  // one character whose high byte looks like the byte after a run's end.
+  const std::filesystem::path dir = std::filesystem::path(ZANDOLIN_SOURCE_DIR) / "tests" / "data" / "debug-reader";
+  std::ifstream debug(dir / "tailless-read-short.debug", std::ios::binary), text(dir / "tailless-read-short.txt", std::ios::binary);
+  std::vector<uint8_t> file((std::istreambuf_iterator<char>(debug)), std::istreambuf_iterator<char>());
+  std::string log((std::istreambuf_iterator<char>(text)), std::istreambuf_iterator<char>());
+  ASSERT_EQ(9658u, file.size());
+  DecodedDebugFile decoded = MustDecode(file);
+  EXPECT_EQ(log, decoded.text);
+  EXPECT_EQ(9658u, decoded.length);
+  EXPECT_EQ(9658u, decoded.longest);
+  EXPECT_EQ(0u, decoded.droppedBytes);
+  EXPECT_TRUE(decoded.others.empty());
+}
+
+TEST(DebugFileReaderTest, DecodeDebugFile_ControlCharactersOfAGenuineLog_AreKept) {
+  // A tab in an INI value, bytes the code page leaves undefined, a value
+  // cut inside a character.
+  std::string log = Log(">> DomainName: corp\texample\r\n>> SuccessMessage: Caf\xC2\x81 \xC2\x9D\x01 done\r\n" +
+                        Lines(">> Found networked printer: \\\\OLD\\p", 20) + ">> FailureMessage: \x1B[0m\r\n" +
+                        Lines(">> Removed networked printer: \\\\OLD\\p", 20));
+  DecodedDebugFile decoded = MustDecode(Encode(log));
+  EXPECT_EQ(log, decoded.text);
+  EXPECT_EQ(0u, decoded.droppedBytes);
+}
+
+TEST(DebugFileReaderTest, DebugFileText_LoneSurrogates_BecomeReplacementCharacters) {
+  // Units written straight: a high surrogate before an ASCII letter, a low
+  // one alone, a high one at the very end.
+  std::vector<uint8_t> bytes = Utf16Bytes(kStars + "\r\n");
+  for (uint16_t u : std::initializer_list<uint16_t>{0xD83D, 'a', 0xDE00, 'b', 0xD800}) {
+    bytes.push_back(static_cast<uint8_t>(u & 0xFF));
+    bytes.push_back(static_cast<uint8_t>(u >> 8));
+  }
+  InterleaveBytes(bytes);
+  AddRunningSum(bytes);
+  EXPECT_EQ(kStars + "\r\n\xEF\xBF\xBD" "a\xEF\xBF\xBD" "b\xEF\xBF\xBD", DebugFileText(bytes, bytes.size()));
+  EXPECT_EQ("", DebugFileText(bytes, 1));
+  EXPECT_EQ("*", DebugFileText(bytes, 2));
 }
 
 TEST(DebugFileReaderTest, DecodeDebugFile_NoBytes_ReportsAnEmptyFile) {
@@ -680,6 +744,176 @@ const char* SecondRunName(SecondRun s) {
   return kNames[static_cast<size_t>(s)];
 }
 
+// Logs with no older run behind them, made by mutating genuine logs the
+// way a damaged or hand-edited log may look: characters of other scripts
+// put in, lines cut, glued, doubled, swapped, lengthened, rows of
+// asterisks of other lengths. Each stays a well-formed log: it begins with
+// the line of 80 asterisks, every line ends in CR LF.
+const std::vector<std::pair<char32_t, char32_t>> kScripts = {
+    {0x20, 0x7E},      {0xA0, 0xFF},      {0x100, 0x17F},   {0x391, 0x3C9},   {0x410, 0x44F},
+    {0x660, 0x669},    {0x5D0, 0x5EA},    {0x3041, 0x3096}, {0x4E00, 0x9FFF}, {0xAC00, 0xD7A3},
+    {0x2010, 0x2030},  {0x20AC, 0x20AC},  {0x2122, 0x2122}, {0x1F600, 0x1F64F}, {0x80, 0x9F},
+    {0x09, 0x09}};
+
+char32_t RandomCharacter(Rng& rng) {
+  // Mostly ASCII and Latin, the rest spread over other scripts, a few
+  // control characters.
+  const size_t pick = rng.Below(100);
+  const auto& [first, last] = pick < 40 ? kScripts[0] : pick < 55 ? kScripts[1] : pick < 97
+                                  ? kScripts[2 + rng.Below(kScripts.size() - 4)] : kScripts[kScripts.size() - 2 + rng.Below(2)];
+  return first + static_cast<char32_t>(rng.Below(last - first + 1));
+}
+
+std::u32string RandomWord(Rng& rng, size_t length) {
+  std::u32string word;
+  for (size_t i = 0; i < length; ++i) word += RandomCharacter(rng);
+  return word;
+}
+
+std::u32string CodePoints(const std::string& utf8) {
+  std::u32string out;
+  for (size_t i = 0; i < utf8.size();) {
+    unsigned char b = static_cast<unsigned char>(utf8[i]);
+    int extra = b < 0x80 ? 0 : b < 0xE0 ? 1 : b < 0xF0 ? 2 : 3;
+    char32_t cp = extra == 0 ? b : extra == 1 ? (b & 0x1F) : extra == 2 ? (b & 0x0F) : (b & 0x07);
+    for (int j = 1; j <= extra; ++j) cp = cp << 6 | (static_cast<unsigned char>(utf8[i + j]) & 0x3F);
+    out += cp;
+    i += extra + 1;
+  }
+  return out;
+}
+
+std::string Utf8(const std::u32string& text) {
+  std::string out;
+  for (char32_t cp : text) AppendUtf8(out, cp);
+  return out;
+}
+
+std::string MutatedLog(Rng& rng, const std::string& genuine) {
+  std::vector<std::u32string> lines;
+  for (const std::string& line : SplitLines(genuine)) lines.push_back(CodePoints(line));
+  if (!lines.empty() && lines.back().empty()) lines.pop_back();
+  auto body = [&]() { return 1 + rng.Below(lines.size() - 1); };   // any line but the first
+  for (size_t m = 0, count = 1 + rng.Below(8); m < count && lines.size() > 2; ++m) {
+    std::u32string& line = lines[body()];
+    switch (rng.Below(12)) {
+      case 0:   // characters replaced
+        for (size_t i = 0, n = 1 + rng.Below(4); i < n && !line.empty(); ++i) line[rng.Below(line.size())] = RandomCharacter(rng);
+        break;
+      case 1:   // a word put in
+        line.insert(rng.Below(line.size() + 1), RandomWord(rng, 1 + rng.Below(30)));
+        break;
+      case 2: {  // cut from inside one line to inside a later one
+        const size_t a = body(), b = std::min(lines.size() - 1, a + rng.Below(40));
+        std::u32string glued = lines[a].substr(0, rng.Below(lines[a].size() + 1)) +
+                               lines[b].substr(rng.Below(lines[b].size() + 1));
+        lines.erase(lines.begin() + static_cast<ptrdiff_t>(a), lines.begin() + static_cast<ptrdiff_t>(b + 1));
+        lines.insert(lines.begin() + static_cast<ptrdiff_t>(a), glued);
+        break;
+      }
+      case 3: {  // lines doubled elsewhere
+        const size_t from = body(), n = std::min(1 + rng.Below(10), lines.size() - from);
+        std::vector<std::u32string> block(lines.begin() + static_cast<ptrdiff_t>(from),
+                                          lines.begin() + static_cast<ptrdiff_t>(from + n));
+        lines.insert(lines.begin() + static_cast<ptrdiff_t>(body()), block.begin(), block.end());
+        break;
+      }
+      case 4:   // lines dropped
+        lines.erase(lines.begin() + static_cast<ptrdiff_t>(body()));
+        break;
+      case 5:   // two lines swapped
+        std::swap(lines[body()], lines[body()]);
+        break;
+      case 6:   // a line cut short
+        line.resize(rng.Below(line.size() + 1));
+        break;
+      case 7:   // a long line, as a long INI value gives
+        line += RandomWord(rng, 100 + rng.Below(3000));
+        break;
+      case 8:   // a row of asterisks of another length
+        lines.insert(lines.begin() + static_cast<ptrdiff_t>(body()), std::u32string(1 + rng.Below(120), U'*'));
+        break;
+      case 9:   // one byte of a character changed, as the byte after a run's end changes one
+        if (!line.empty()) {
+          char32_t& c = line[rng.Below(line.size())];
+          if (c < 0x10000) {
+            const char32_t byte = static_cast<char32_t>(1 + rng.Below(255));
+            const char32_t changed = rng.Chance(50) ? (c & 0xFF) | byte << 8 : (c & 0xFF00) | byte;
+            if ((changed < 0xD800 || changed > 0xDFFF) && changed < 0xFFFE && changed != 0x0D && changed != 0x0A) c = changed;
+          }
+        }
+        break;
+      case 10:  // another case
+        for (char32_t& c : line)
+          if (c < 0x80) c = static_cast<char32_t>(rng.Chance(50) ? std::toupper(static_cast<int>(c)) : std::tolower(static_cast<int>(c)));
+        break;
+      default:  // the same line twice in a row
+        lines.insert(lines.begin() + static_cast<ptrdiff_t>(body()), std::u32string(line));
+        break;
+    }
+  }
+  std::string text;
+  for (const std::u32string& line : lines) text += Utf8(line) + "\r\n";
+  return text;
+}
+
+// A client whose log holds unusual content: names beyond ASCII in several
+// scripts, long INI values, and with the progress window on and mail
+// switched on, the mail dialogue with its message.
+const std::vector<std::string> kUserNames = {"jdoe", "Jürgen.Groß", "Zoë Ødegård", "田中太郎", "Иван.Петров",
+                                             "O'Brien", "María-José", "محمد", "😀user"};
+const std::vector<std::string> kComputerNames = {"PC042", "WS-MÜNCHEN-7", "東京-PC01", "LAPTOP-ÅÄÖ", "PC-Δ9"};
+
+std::string LongText(Rng& rng, size_t length) {
+  static const std::vector<std::string> kWords = {
+      "printer", "moved", "Drucker", "wurde", "verschoben", "imprimante", "déplacée", "プリンター",
+      "移動しました", "принтер", "перемещён", "help desk", "call", "3100", "😀", "€", "–", "ÆØÅ"};
+  std::string text;
+  while (text.size() < length) text += (text.empty() ? "" : " ") + rng.Pick(kWords);
+  return text;
+}
+
+ClientPlan UnusualClient(Rng& rng, const std::string& smtpPort) {
+  ClientPlan plan = RandomClient(rng, smtpPort, rng.Chance(20) ? 20 + rng.Below(60) : 0);
+  plan.machine["userName"] = rng.Pick(kUserNames);
+  plan.machine["computerName"] = rng.Pick(kComputerNames);
+  nlohmann::json& printers = plan.machine["printers"];
+  for (size_t i = 0, n = rng.Below(4); i < n; ++i) {
+    const std::string queue = rng.Pick(kForeignQueues) + (rng.Chance(30) ? LongText(rng, 40 + rng.Below(150)) : "");
+    const std::string server = rng.Pick(kOldServers);
+    printers.push_back({{"name", "\\\\" + server + "\\" + queue}, {"serverName", "\\\\" + server},
+                        {"shareName", queue}, {"portName", "Ne1" + std::to_string(i) + ":"},
+                        {"driverName", rng.Pick(kDrivers)}});
+  }
+  AddServers(rng, plan.machine);
+  IniFile& ini = plan.ini;
+  if (rng.Chance(60)) {
+    ini.Set("GENERAL", "ShowProgress", "True")
+        .Set("NOTIFICATION SMTP", "UseSMTP", "True")
+        .Set("NOTIFICATION SMTP", "SMTPServerNameOrIP", "127.0.0.1")
+        .Set("NOTIFICATION SMTP", "ServerPort", smtpPort)
+        .Set("NOTIFICATION SMTP", "EmailSubject", rng.Chance(50) ? LongText(rng, 20 + rng.Below(400)) : "Migration")
+        .Set("NOTIFICATION SMTP", "EmailTo", "helpdesk@corp.example.com,Jürgen@corp.example.com,x")
+        .Set("NOTIFICATION SMTP", "EmailFrom", "zandolin@corp.example.com");
+  }
+  if (rng.Chance(50)) {
+    ini.Set("NOTIFICATION CLIENT POP-UP", "SuccessMessage", LongText(rng, 100 + rng.Below(1200)))
+        .Set("NOTIFICATION CLIENT POP-UP", "FailureMessage", LongText(rng, 100 + rng.Below(1200)));
+  }
+  if (rng.Chance(40)) {
+    std::vector<std::string> from, to;
+    for (size_t i = 0, n = 20 + rng.Below(300); i < n; ++i) {
+      from.push_back(rng.Pick(kOldServers) + std::to_string(i));
+      to.push_back(rng.Pick(kNewServers));
+    }
+    ini.Set("MANUAL DEFINITIONS SERVERS", "FromServers", Joined(from))
+        .Set("MANUAL DEFINITIONS SERVERS", "ToServers", Joined(to));
+  }
+  if (rng.Chance(40)) ini.Set("DEPLOYMENT", "DeploymentPath", "\\\\fileserver\\" + LongText(rng, 50 + rng.Below(900)));
+  if (rng.Chance(30)) ini.Set("ACTIVE DIRECTORY", "DomainName", "corp-" + LongText(rng, 10 + rng.Below(200)) + ".example.com");
+  return plan;
+}
+
 // Runs the engine twice on simulated clients and keeps the debug files.
 class EngineRunPairs : public SimFixture {
  protected:
@@ -691,9 +925,9 @@ class EngineRunPairs : public SimFixture {
     return end == std::string::npos ? std::string() : log.substr(0, end + kEnd.size());
   }
 
-  std::vector<uint8_t> DebugFileBytes() {
-    if (!FileExists(kDebugPath)) return {};
-    std::string bytes = ReadFile(kDebugPath);
+  std::vector<uint8_t> DebugFileBytes(const std::string& path = kDebugPath) {
+    if (!FileExists(path)) return {};
+    std::string bytes = ReadFile(path);
     return std::vector<uint8_t>(bytes.begin(), bytes.end());
   }
 
@@ -809,6 +1043,24 @@ class EngineRunPairs : public SimFixture {
     return cases;
   }
 
+  // One run on a client with unusual content: names beyond ASCII, long INI
+  // values, the mail dialogue in the log. The file it leaves, with no older
+  // run behind it; empty when the run did not end normally.
+  std::vector<DebugFileCase> MakeUnusualRun(uint64_t seed, const std::string& smtpPort) {
+    Reset();
+    Rng rng(seed);
+    ClientPlan plan = UnusualClient(rng, smtpPort);
+    machine = plan.machine;
+    WriteIni("migration.ini", plan.ini);
+    nlohmann::json t = Run("", 30);
+    if (t["ended"] != "returned") return {};
+    const std::vector<uint8_t> file =
+        DebugFileBytes("C:\\Deploy\\" + plan.machine["computerName"].get<std::string>() + ".debug");
+    if (file.empty()) return {};
+    return {DebugFileCase{"unusual run, seed " + std::to_string(seed), file, PlainDecode(file, file.size()),
+                          file.size()}};
+  }
+
   static constexpr const char* kDebugPath = "C:\\Deploy\\PC042.debug";
 };
 
@@ -857,36 +1109,72 @@ DebugFileCase SyntheticPair(Rng& rng, const std::vector<std::string>& logs, cons
   return OverCase(how, olderLog, newerLog);
 }
 
-// Files of real run pairs that the reader decides: tails whose first byte
-// is a low byte and a high byte, genuine files of both lengths, non-ASCII
-// printer names, and the mail dialogue with its message inside the log.
-TEST_F(EngineRunPairs, DecodeDebugFile_FilesOfEngineRunPairs_GiveTheNewestRunsLog) {
+// Files of real run pairs: tails whose first byte is a low byte and a high
+// byte, genuine files of both lengths, non-ASCII printer names, and the mail
+// dialogue with its message inside the log. A file is read as the newest
+// run's log, or, when the text does not show that run's end clearly
+// enough, whole; never cut anywhere else. A genuine file is read whole.
+TEST_F(EngineRunPairs, DecodeDebugFile_FilesOfEngineRunPairs_GiveTheNewestRunsLogOrTheWholeFile) {
   SmtpAnswerer smtp;
-  std::vector<uint64_t> seeds;
-  for (uint64_t seed = 100000; seed <= 100015; ++seed) seeds.push_back(seed);
-  for (uint64_t seed : {100017, 100018, 100020, 100028}) seeds.push_back(seed);
-  size_t tails[4] = {}, genuine[4] = {}, foreignTails = 0, mailTails = 0;
-  for (uint64_t seed : seeds) {
+  size_t tails[4] = {}, found[4] = {}, genuine[4] = {}, foreignTails = 0, mailTails = 0;
+  for (uint64_t seed = 100000; seed < 100030; ++seed) {
     for (const DebugFileCase& c : MakePair(seed, smtp.Port())) {
       DecodedDebugFile decoded = MustDecode(c.file);
-      EXPECT_EQ(c.text, decoded.text) << c.how;
-      EXPECT_EQ(c.file.size() - c.length, decoded.droppedBytes) << c.how;
       if (!c.HasTail()) {
+        EXPECT_EQ(c.text, decoded.text) << c.how;
+        EXPECT_EQ(0u, decoded.droppedBytes) << c.how;
         ++genuine[c.length % 4];
         continue;
       }
       ++tails[c.length % 4];
+      if (decoded.droppedBytes == 0) {
+        EXPECT_EQ(PlainDecode(c.file, c.file.size()), decoded.text) << c.how;
+        continue;
+      }
+      EXPECT_EQ(c.text, decoded.text) << c.how;
+      EXPECT_EQ(c.file.size() - c.length, decoded.droppedBytes) << c.how;
+      ++found[c.length % 4];
       foreignTails += std::any_of(c.text.begin(), c.text.end(), [](char ch) { return ch & 0x80; });
       mailTails += c.text.find(">> Sending FROM list: MAIL FROM:<") != std::string::npos &&
                    c.text.find("\r\nSubject: ") != std::string::npos;
     }
   }
-  EXPECT_EQ(9u, tails[0]);
-  EXPECT_EQ(6u, tails[2]);
+  // The counts these seeds give.
+  EXPECT_EQ(12u, tails[0]);
+  EXPECT_EQ(10u, tails[2]);
+  EXPECT_EQ(6u, found[0]);
+  EXPECT_EQ(8u, found[2]);
   EXPECT_EQ(2u, foreignTails);
-  EXPECT_EQ(2u, mailTails);
+  EXPECT_EQ(1u, mailTails);
   EXPECT_LT(10u, genuine[0]);
   EXPECT_LT(10u, genuine[2]);
+}
+
+// Genuine logs of unusual content, and genuine logs mutated: each read
+// whole.
+TEST_F(EngineRunPairs, DecodeDebugFile_TaillessLogsOfUnusualContent_AreReadWhole) {
+  SmtpAnswerer smtp;
+  std::vector<std::string> logs;
+  size_t mail = 0, beyondAscii = 0;
+  for (uint64_t seed = 170000; seed < 170020; ++seed) {
+    for (const DebugFileCase& c : MakeUnusualRun(seed, smtp.Port())) {
+      DecodedDebugFile decoded = MustDecode(c.file);
+      EXPECT_EQ(c.text, decoded.text) << c.how;
+      EXPECT_EQ(0u, decoded.droppedBytes) << c.how;
+      mail += c.text.find(">> Sending DATA: ") != std::string::npos;
+      beyondAscii += std::any_of(c.text.begin(), c.text.end(), [](char ch) { return ch & 0x80; });
+      logs.push_back(c.text);
+    }
+  }
+  EXPECT_EQ(20u, logs.size());
+  EXPECT_EQ(12u, mail);
+  EXPECT_EQ(19u, beyondAscii);
+  Rng rng(11);
+  for (int i = 0; i < 200; ++i) {
+    const std::string log = MutatedLog(rng, rng.Pick(logs));
+    DecodedDebugFile decoded = MustDecode(Encode(log));
+    EXPECT_EQ(log, decoded.text) << "mutated log " << i;
+  }
 }
 
 // ---------------------------------------------------------------------------
@@ -966,6 +1254,28 @@ TEST_F(EngineRunPairs, DISABLED_Measure_EngineRunsAndSyntheticPairs) {
   Measure("synthetic pairs", synthetic);
 }
 
+// Logs without a tail: genuine ones of unusual content, and genuine ones
+// mutated; none may be read short.
+TEST_F(EngineRunPairs, DISABLED_Measure_TaillessLogsOfUnusualContent) {
+  SmtpAnswerer smtp;
+  std::vector<DebugFileCase> runs, mutated;
+  std::vector<std::string> logs;
+  for (uint64_t seed = MeasureSeed() * 100000 + 70000; runs.size() < 250; ++seed) {
+    for (DebugFileCase& c : MakeUnusualRun(seed, smtp.Port())) {
+      logs.push_back(c.text);
+      runs.push_back(std::move(c));
+    }
+  }
+  for (uint64_t seed = MeasureSeed() * 100000 + 90000; logs.size() < 500; ++seed)
+    for (DebugFileCase& c : MakePair(seed, smtp.Port()))
+      if (!c.HasTail()) logs.push_back(c.text);
+  Rng rng(MeasureSeed() + 11);
+  for (int i = 0; i < 500; ++i)
+    mutated.push_back(GenuineCase("mutated log " + std::to_string(i), MutatedLog(rng, rng.Pick(logs))));
+  Measure("unusual runs", runs);
+  Measure("mutated logs", mutated);
+}
+
 // zandolin-debug as a program.
 class ZandolinDebugTest : public ::testing::Test {
  protected:
@@ -1015,21 +1325,91 @@ TEST_F(ZandolinDebugTest, DebugFile_PrintsTheLogAsUtf8) {
   EXPECT_EQ("", err);
 }
 
-TEST_F(ZandolinDebugTest, OlderLongerTail_PrintsTheShorterLogAndSaysWhatWasDropped) {
+// The mutated genuine log that was once read short, as the program reads it.
+TEST_F(ZandolinDebugTest, TaillessLogOnceReadShort_PrintsTheWholeLogWithAndWithoutWhole) {
+  const std::filesystem::path data = std::filesystem::path(ZANDOLIN_SOURCE_DIR) / "tests" / "data" / "debug-reader";
+  std::ifstream text(data / "tailless-read-short.txt", std::ios::binary);
+  const std::string log((std::istreambuf_iterator<char>(text)), std::istreambuf_iterator<char>());
+  ASSERT_EQ(4830u, log.size());
+  const std::string path = (data / "tailless-read-short.debug").string();
+  EXPECT_EQ(0, Run("'" + path + "'"));
+  EXPECT_EQ(log, out);
+  EXPECT_EQ("", err);
+  EXPECT_EQ(0, Run("--whole '" + path + "'"));
+  EXPECT_EQ(log, out);
+  EXPECT_EQ("", err);
+}
+
+TEST_F(ZandolinDebugTest, OlderLongerTail_PrintsTheShorterLogAndSaysHowSureAndWhatElse) {
   Overwritten o = WriteOver(Lines(">> Found networked printer: \\\\OLD\\laser", 40),
                             Lines(">> Added networked printer: \\\\NEW\\laser", 11));
   std::string path = WriteBytes("PC042.debug", o.file);
   EXPECT_EQ(0, Run("'" + path + "'"));
   EXPECT_EQ(o.shortLog, out);
-  EXPECT_EQ("zandolin-debug: " + path +
-                ": dropped 2494 bytes at the end, the tail of an older, longer run\n",
+  const std::string z = "zandolin-debug: " + path + ": ";
+  EXPECT_EQ(z + "dropped 2494 bytes at the end, the tail of an older, longer run\n" + z +
+                "how sure: likely: the text favours this end, at byte 1910, over one log of the whole file by "
+                "odds of about 10^7 to 1\n" +
+                z + "other readings: --whole, the whole file as one log of 4404 bytes\n",
             err);
+
+  EXPECT_EQ(0, Run("--whole '" + path + "'"));
+  EXPECT_EQ(PlainDecode(o.file, o.file.size()), out);
+  EXPECT_EQ("", err);
+  EXPECT_EQ(0, Run("--end 1910 '" + path + "'"));
+  EXPECT_EQ(o.shortLog, out);
+  EXPECT_EQ("", err);
+}
+
+TEST_F(ZandolinDebugTest, TailAfterANulCharacter_IsCertain) {
+  Overwritten o = WriteOver(Lines(">> line ", 60), Lines(">> line ", 8));
+  std::string path = WriteBytes("PC042.debug", WithSeamByte(o.file, o.shortBytes, 0));
+  EXPECT_EQ(0, Run("'" + path + "'"));
+  EXPECT_EQ(o.shortLog, out);
+  const std::string z = "zandolin-debug: " + path + ": ";
+  EXPECT_EQ(z + "dropped 1244 bytes at the end, the tail of an older, longer run\n" + z +
+                "how sure: certain: the whole file does not read as one log; the longest reading that does is "
+                "1160 bytes\n" +
+                z + "other readings: --whole, the whole file as one log of 2404 bytes\n",
+            err);
+}
+
+TEST_F(ZandolinDebugTest, EndNotClearEnough_ReadsTheWholeFileAndNamesThePossibleEnd) {
+  Overwritten o = WriteOver(Lines(">> Found networked printer: \\\\OLD\\laser", 20),
+                            Lines(">> Found networked printer: \\\\OLD\\laser", 9));
+  ASSERT_EQ(1740u, o.shortBytes);
+  std::string path = WriteBytes("PC042.debug", o.file);
+  EXPECT_EQ(0, Run("'" + path + "'"));
+  EXPECT_EQ(PlainDecode(o.file, o.file.size()), out);
+  EXPECT_EQ("zandolin-debug: " + path +
+                ": read as one log of 2684 bytes; it may end sooner, with an older run's tail behind it: "
+                "--end 1740 (odds about 10^6 to 1)\n",
+            err);
+  EXPECT_EQ(0, Run("--end 1740 '" + path + "'"));
+  EXPECT_EQ(o.shortLog, out);
+}
+
+TEST_F(ZandolinDebugTest, WrongEnd_ExitsWithTheReason) {
+  std::string path = WriteBytes("PC042.debug", Encode(Log(">> x\r\n")));
+  EXPECT_EQ(2, Run("--end 3 '" + path + "'"));
+  EXPECT_EQ("zandolin-debug: --end: expected an even number of bytes above 0, not '3'\n", err);
+  EXPECT_EQ(2, Run("--end 0 '" + path + "'"));
+  EXPECT_EQ("zandolin-debug: --end: expected an even number of bytes above 0, not '0'\n", err);
+  EXPECT_EQ(2, Run("--end 2k '" + path + "'"));
+  EXPECT_EQ("zandolin-debug: --end: expected an even number of bytes above 0, not '2k'\n", err);
+  EXPECT_EQ(2, Run("--end 4000 '" + path + "'"));
+  EXPECT_EQ("zandolin-debug: " + path + ": --end 4000: the file has only 996 bytes\n", err);
+  EXPECT_EQ("", out);
+  EXPECT_EQ(2, Run("--whole --end 2 '" + path + "'"));
+  EXPECT_EQ("usage: zandolin-debug [--whole | --end BYTES] FILE\n", err);
+  EXPECT_EQ(2, Run("--end"));
+  EXPECT_EQ("usage: zandolin-debug [--whole | --end BYTES] FILE\n", err);
 }
 
 TEST_F(ZandolinDebugTest, NoArgument_ExitsWithUsage) {
   EXPECT_EQ(2, Run(""));
   EXPECT_EQ("", out);
-  EXPECT_EQ("usage: zandolin-debug FILE\n", err);
+  EXPECT_EQ("usage: zandolin-debug [--whole | --end BYTES] FILE\n", err);
 }
 
 TEST_F(ZandolinDebugTest, MissingFile_ExitsWithTheReason) {
@@ -1067,7 +1447,7 @@ TEST_F(ZandolinDebugTest, Version_PrintsTheProjectVersionOnStandardOutput) {
 
 TEST_F(ZandolinDebugTest, Help_PrintsUsageAndWhatTheProgramDoesOnStandardOutput) {
   EXPECT_EQ(0, Run("--help"));
-  EXPECT_EQ(0u, out.find("usage: zandolin-debug FILE\n"
+  EXPECT_EQ(0u, out.find("usage: zandolin-debug [--whole | --end BYTES] FILE\n"
                          "       zandolin-debug --help | --version\n\n"
                          "Prints the engine's debug file FILE"))
       << out;
@@ -1076,7 +1456,9 @@ TEST_F(ZandolinDebugTest, Help_PrintsUsageAndWhatTheProgramDoesOnStandardOutput)
 
 TEST_F(ZandolinDebugTest, TwoArguments_ExitsWithUsage) {
   EXPECT_EQ(2, Run("a b"));
-  EXPECT_EQ("usage: zandolin-debug FILE\n", err);
+  EXPECT_EQ("usage: zandolin-debug [--whole | --end BYTES] FILE\n", err);
+  EXPECT_EQ(2, Run("--verbose a"));
+  EXPECT_EQ("usage: zandolin-debug [--whole | --end BYTES] FILE\n", err);
 }
 
 }  // namespace

@@ -28,6 +28,61 @@ TEST(RuntimeTest, EqualsNoCase_ComparesWholeTextsCaseBlind) {
   EXPECT_TRUE(EqualsNoCase("", ""));
 }
 
+TEST(RuntimeTest, EqualsNoCase_FoldsOnlyAToZ) {
+  EXPECT_TRUE(EqualsNoCase("DRUCKER-\xE9", "drucker-\xE9"));
+  EXPECT_FALSE(EqualsNoCase("\xC9", "\xE9"));  // É and é of code page 1252
+  EXPECT_FALSE(EqualsNoCase("@[`{", "`{@["));
+}
+
+TEST(RuntimeTest, SameName_OfFoldedNames_IsEqualsNoCaseForEveryPairOfBytes) {
+  for (int a = 0; a < 256; ++a) {
+    const std::string x(1, static_cast<char>(a));
+    const FoldedName fx = FoldName(x);
+    for (int b = 0; b < 256; ++b) {
+      const std::string y(1, static_cast<char>(b));
+      ASSERT_EQ(EqualsNoCase(x, y), SameName(fx, FoldName(y))) << a << " " << b;
+    }
+  }
+}
+
+TEST(RuntimeTest, SameName_OfFoldedNames_IsEqualsNoCaseForNamesOfAnyLength) {
+  const std::vector<std::string> names = {
+      "",          "q00001",         "Q00001",        "q00002",   "q0000",
+      "laser",     "LASER",          "Laser ",        "lasers",   std::string("la\0er", 5),
+      "\xC9tage", "\xE9tage",      "\xC9TAGE",     "\xC9tAgE", "Drucker-\xC4\xD6\xDC\x80\xFF",
+      "DRUCKER-\xC4\xD6\xDC\x80\xFF", "drucker-\xE4\xF6\xFC\x80\xFF", "Z[\\]^_`a", "z[\\]^_`A"};
+  FoldedNames list;
+  for (const std::string& name : names) {
+    FoldedName folded = FoldName(name);
+    list.keys.push_back(folded.key);
+    list.texts.push_back(folded.text);
+  }
+  for (size_t i = 0; i < names.size(); ++i) {
+    for (size_t j = 0; j < names.size(); ++j) {
+      const bool same = EqualsNoCase(names[i], names[j]);
+      EXPECT_EQ(same, SameName(FoldName(names[i]), FoldName(names[j]))) << i << " " << j;
+      EXPECT_EQ(same, SameName(list, static_cast<int>(i), FoldName(names[j]))) << i << " " << j;
+      if (same) {
+        EXPECT_EQ(FoldName(names[i]).key, FoldName(names[j]).key);
+      }
+    }
+  }
+}
+
+TEST(RuntimeTest, FoldNames_FoldsTheFieldOfEachRecordInOrder) {
+  struct Record {
+    std::string Name;
+    std::string Other;
+  };
+  const std::vector<Record> records = {{"", "x"}, {"NEW-Laser", "y"}, {"\xC9tage", "z"}};
+  const FoldedNames names = FoldNames(records, &Record::Name);
+  EXPECT_EQ((std::vector<std::string>{"", "new-laser", "\xC9tage"}), names.texts);
+  ASSERT_EQ(3u, names.keys.size());
+  EXPECT_EQ(FoldName("new-LASER").key, names.keys[1]);
+  EXPECT_TRUE(SameName(names, 1, FoldName("NEW-LASER")));
+  EXPECT_FALSE(SameName(names, 2, FoldName("\xE9tage")));
+}
+
 TEST(RuntimeTest, ContainsNoCase_FindsTheNeedleAnywhere) {
   EXPECT_TRUE(ContainsNoCase("Untrue", "True"));
   EXPECT_TRUE(ContainsNoCase("falsely", "FALSE"));

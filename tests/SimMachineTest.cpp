@@ -275,6 +275,13 @@ TEST_F(SimMachineTest, LoadMachine_SyntaxError_GivesLineAndColumn) {
                      "end of input; expected ']'");
 }
 
+// Found by fuzz/fuzz_machine: the parser's out-of-range error escaped.
+TEST_F(SimMachineTest, LoadMachine_NumberBeyondADouble_GivesLineAndColumn) {
+  EXPECT_EQ(ErrorOf("{\n  \"timerIntervalMs\": 1e400\n}\n"),
+            File() + ": line 2, column 22: invalid JSON: number out of range: 1e400");
+  EXPECT_EQ(ErrorOf("[-1e663]"), File() + ": line 1, column 2: invalid JSON: number out of range: -1e663");
+}
+
 TEST_F(SimMachineTest, LoadMachine_TopLevelNotAnObject_IsRefused) {
   EXPECT_EQ(ErrorOf("[]"), File() + ": field '(top level)': expected an object");
 }

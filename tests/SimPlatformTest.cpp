@@ -1,12 +1,19 @@
 // The services of the simulated client, called through the platform
 // boundary as the engine calls them.
 #include "SimFixture.h"
+#include "tests/IniFileBuilder.h"
 
 #include "engine/Runtime.h"
 #include "platform/sim/SimContext.h"
 
+#include <csignal>
 #include <cstring>
+#include <fstream>
+#include <set>
 #include <thread>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -258,6 +265,48 @@ TEST_F(SimPlatformTest, Files_ReplaceText_ReplacesWholeAndLeavesNoTemporary) {
   EXPECT_EQ(entries, 1);
 }
 
+// A replacement left by a process that was killed before it could move it
+// into place: the next process that reads or writes the file removes it,
+// but never one of a process that still runs.
+TEST_F(SimPlatformTest, Files_ReplacementOfAKilledProcess_IsRemovedByTheNextAccess) {
+  WriteFile("C:\\Users\\jdoe\\status.log", "old\r\n");
+  const std::filesystem::path profile = dir / "files" / "C" / "Users" / "jdoe";
+  const pid_t gone = fork();
+  if (gone == 0) _exit(0);
+  ASSERT_GT(gone, 0);
+  waitpid(gone, nullptr, 0);
+  const pid_t running = fork();
+  if (running == 0) {
+    pause();
+    _exit(0);
+  }
+  ASSERT_GT(running, 0);
+  const std::string dead = ".status.log." + std::to_string(gone) + "-0.new";
+  const std::string live = ".status.log." + std::to_string(running) + "-3.new";
+  const std::string mine = ".status.log." + std::to_string(getpid()) + "-7.new";
+  const std::string other = ".other.log." + std::to_string(gone) + "-0.new";
+  for (const std::string& name : {dead, live, mine, other, std::string(".status.log.x-0.new")})
+    std::ofstream(profile / name) << "half a file";
+  Install();
+
+  std::string content;
+  EXPECT_FALSE(Sys().files->ReadText("C:\\Users\\jdoe\\status.log", content).failed());
+  EXPECT_EQ(content, "old\r\n");
+  std::set<std::string> left;
+  for (const auto& e : std::filesystem::directory_iterator(profile))
+    if (e.is_regular_file()) left.insert(e.path().filename().string());
+  EXPECT_EQ(left, (std::set<std::string>{"status.log", live, other, ".status.log.x-0.new"}));
+
+  EXPECT_FALSE(Sys().files->ReplaceText("C:\\Users\\jdoe\\status.log", "new\r\n").failed());
+  EXPECT_EQ(ReadFile("C:\\Users\\jdoe\\status.log"), "new\r\n");
+  EXPECT_TRUE(std::filesystem::exists(profile / live));
+  kill(running, SIGKILL);
+  waitpid(running, nullptr, 0);
+  EXPECT_FALSE(Sys().files->AppendText("C:\\Users\\jdoe\\status.log", "more\r\n").failed());
+  EXPECT_FALSE(std::filesystem::exists(profile / live));
+  EXPECT_TRUE(std::filesystem::exists(profile / other));
+}
+
 TEST_F(SimPlatformTest, Files_WriteBinary_DoesNotTruncate) {
   WriteFile("C:\\Deploy\\PC042.debug", "0123456789");
   Install();
@@ -314,6 +363,157 @@ TEST_F(SimPlatformTest, Files_StandardUser_SystemFolderRefusesWritesWithPermissi
   // Elsewhere the user writes.
   EXPECT_FALSE(Sys().files->FileCopy("\\\\fileserver\\drivers\\hp.dll", "C:\\Users\\jdoe\\hp.dll").failed());
   EXPECT_FALSE(Sys().files->AppendText("C:\\Windows\\log.txt", "x").failed());
+}
+
+// ---------------------------------------------------------------- the drives as a boundary
+
+// Every file below the client folder, by its path in the folder.
+std::set<std::string> FilesBelow(const std::filesystem::path& folder) {
+  std::set<std::string> files;
+  for (const auto& e : std::filesystem::recursive_directory_iterator(folder))
+    if (e.is_regular_file()) files.insert(std::filesystem::relative(e.path(), folder).string());
+  return files;
+}
+
+// However a path is written, it reaches no file outside the drives: it
+// fails as Windows fails it, with the run-time error of that failure.
+TEST_F(SimPlatformTest, Files_PathsThatWouldLeaveTheDrives_FailAsWindowsFailsThem) {
+  WriteFile("C:\\Deploy\\a.ini", "[S]\r\nK=v\r\n");
+  WriteFile("\\\\SRV\\share\\x.txt", "x");
+  Install();
+  const std::set<std::string> before = FilesBelow(dir);
+  struct Case {
+    std::string path;
+    int32_t number;
+  };
+  const std::vector<Case> cases = {
+      // ".." or "." as a server or share: one the client does not have.
+      {"\\\\..\\..\\escape.txt", 76},
+      {"\\\\..\\share\\escape.txt", 76},
+      {"\\\\SRV\\..\\escape.txt", 76},
+      {"\\\\SRV\\.\\escape.txt", 76},
+      {"//../../escape.txt", 76},
+      // "\\?\" takes every name as it stands: "..", "." and an empty name are none.
+      {"\\\\?\\C:\\Deploy\\..\\..\\escape.txt", 52},
+      {"\\\\?\\C:\\.\\escape.txt", 52},
+      {"\\\\?\\UNC\\..\\..\\escape.txt", 52},
+      {"\\\\?\\C:\\Deploy\\\\escape.txt", 52},
+      // "\\.\" is the root of a device path: ".." takes the drive away, and
+      // what is left names a device the client does not have.
+      {"\\\\.\\C:\\..\\escape.txt", 53},
+      {"\\\\.\\..\\..\\escape.txt", 53},
+      {"\\\\.\\PhysicalDrive0", 53},
+      {"\\\\?\\GLOBALROOT\\Device\\escape.txt", 76},
+      // Devices in every folder, with any extension.
+      {"C:\\Deploy\\CON", 53},
+      {"C:\\Deploy\\com1.txt", 53},
+      {"LPT1", 53},
+      {"C:\\Deploy\\aux .log", 53},
+      {"C:PRN:", 53},
+      {"\\\\.\\CONOUT$", 53},
+      // Alternate data streams: the drives hold none.
+      {"C:\\Deploy\\a.txt:stream", 52},
+      {"C:\\Deploy\\a.txt::$DATA", 52},
+      // More than MAX_PATH characters, before or after the path is made whole.
+      {"C:\\Deploy\\" + std::string(300, 'a'), 75},
+      {std::string(251, 'a'), 75},
+      // A folder name keeps trailing blanks and a second dot: no such folder.
+      {"C:\\Deploy..\\escape.txt", 76},
+      {"C:\\Deploy \\escape.txt", 76},
+      {"C:\\...\\escape.txt", 76},
+      {"C:\\Deploy\\.. \\escape.txt", 76},
+  };
+  for (const Case& c : cases) {
+    std::string content;
+    EXPECT_EQ(Sys().files->ReadText(c.path, content).Number, c.number) << c.path;
+    EXPECT_EQ(Sys().files->AppendText(c.path, "x").Number, c.number) << c.path;
+    EXPECT_EQ(Sys().files->ReplaceText(c.path, "x").Number, c.number) << c.path;
+    EXPECT_EQ(Sys().files->WriteBinary(c.path, {'x'}).Number, c.number) << c.path;
+    EXPECT_EQ(Sys().files->FileCopy("C:\\Deploy\\a.ini", c.path).Number, c.number) << c.path;
+    EXPECT_EQ(Sys().files->FirstFile(c.path), "") << c.path;
+  }
+  EXPECT_EQ(FilesBelow(dir), before);
+  EXPECT_EQ(Transcript()["filesWritten"], nlohmann::json::array());
+}
+
+TEST_F(SimPlatformTest, Files_OtherFormsOfAPath_ReachTheSameFile) {
+  WriteFile("C:\\Deploy\\a.ini", "one");
+  WriteFile("\\\\SRV\\share\\x.txt", "two");
+  Install();
+  for (const std::string& path :
+       {"\\\\?\\C:\\Deploy\\a.ini", "\\\\.\\C:\\Deploy\\a.ini", "//?/C:/Deploy/a.ini", "\\\\.\\c:\\Deploy\\sub\\..\\a.ini",
+        "C:a.ini", "C:..\\..\\Deploy\\a.ini", "\\Deploy\\a.ini", "C:\\Deploy.\\a.ini", "C:\\Deploy\\a.ini. . "}) {
+    std::string content;
+    EXPECT_FALSE(Sys().files->ReadText(path, content).failed()) << path;
+    EXPECT_EQ(content, "one") << path;
+  }
+  for (const std::string& path : {"\\\\SRV\\share\\..\\..\\..\\x.txt", "\\\\?\\UNC\\srv\\SHARE\\x.txt",
+                                  "\\\\.\\UNC\\SRV\\share\\x.txt"}) {
+    std::string content;
+    EXPECT_FALSE(Sys().files->ReadText(path, content).failed()) << path;
+    EXPECT_EQ(content, "two") << path;
+  }
+  // "\\?\" keeps trailing dots: another name.
+  std::string content;
+  EXPECT_EQ(Sys().files->ReadText("\\\\?\\C:\\Deploy\\a.ini.", content).Number, 53);
+}
+
+TEST_F(SimPlatformTest, Files_NulInAnyFolder_TakesWritesAndGivesNothing) {
+  WriteFile("C:\\Deploy\\a.ini", "one");
+  Install();
+  const std::set<std::string> before = FilesBelow(dir);
+  EXPECT_FALSE(Sys().files->AppendText("C:\\Deploy\\NUL", "x").failed());
+  EXPECT_FALSE(Sys().files->ReplaceText("C:\\Users\\nul.txt", "x").failed());
+  EXPECT_FALSE(Sys().files->WriteBinary("Nul  .log", {'x'}).failed());
+  EXPECT_FALSE(Sys().files->FileCopy("C:\\Deploy\\a.ini", "\\\\.\\NUL").failed());
+  std::string content = "left";
+  EXPECT_FALSE(Sys().files->ReadText("C:\\nowhere\\NUL", content).failed());
+  EXPECT_EQ(content, "");
+  EXPECT_EQ(FilesBelow(dir), before);
+  EXPECT_EQ(Transcript()["filesWritten"], nlohmann::json::array());
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_PathsThatWouldLeaveTheDrives_ReadNothing) {
+  WriteFile("C:\\Deploy\\a.ini", "[S]\r\nK=v\r\n");
+  Install();
+  std::ofstream(dir / "escape.ini") << "[S]\r\nK=outside\r\n";
+  struct Case {
+    std::string path;
+    DWORD lastError;
+  };
+  for (const Case& c : std::vector<Case>{{"\\\\..\\..\\escape.ini", 2},
+                                         {"\\\\..\\..\\files\\C\\Deploy\\a.ini", 2},
+                                         {"\\\\?\\C:\\..\\..\\escape.ini", 123},
+                                         {"C:\\Deploy\\" + std::string(300, 'a'), 206},
+                                         {"C:\\Deploy\\CON", 2},
+                                         {"C:\\Deploy\\nul.ini", 0}}) {
+    const ProfileRead r = ReadProfile("S", "K", c.path.c_str());
+    EXPECT_EQ(Value(r), "") << c.path;
+    EXPECT_EQ(r.lastError, c.lastError) << c.path;
+  }
+  EXPECT_EQ(Value(ReadProfile("S", "K", "\\\\?\\C:\\Deploy\\a.ini")), "v");
+}
+
+// An output file whose folder is "\\..\.." fails as a server the client
+// does not have, and nothing lands beside machine.json.
+TEST_F(SimPlatformTest, Engine_OutputPathOutsideTheDrives_WritesNothingThere) {
+  WriteFile("C:\\Deploy\\a.ini", ValidIni()
+                                   .Set("GENERAL", "AlwaysRun", "True")
+                                   .Set("NOTIFICATION FILE OUTPUT", "UseFileOutput", "True")
+                                   .Set("NOTIFICATION FILE OUTPUT", "FileOutputPath", "\\\\..\\..\\")
+                                   .Set("NOTIFICATION FILE OUTPUT", "FileOutputName", "report.txt")
+                                   .Text());
+  const nlohmann::json t = Run("\\\\..\\..\\..\\files\\C\\Deploy\\a.ini");
+  EXPECT_EQ(t["ended"], "returned");
+  EXPECT_NE(std::string(t["debugBuffer"]).find(">> Opening INI File: \\\\..\\..\\..\\files\\C\\Deploy\\a.ini\r\n"),
+            std::string::npos);
+  EXPECT_EQ(t["messageBoxes"][0]["text"], "Unable to get INI file contents, please check your file path and permissions.");
+  const nlohmann::json second = Run("C:\\Deploy\\a.ini");
+  EXPECT_NE(std::string(second["debugBuffer"]).find(">> Writing to notification output file: \\\\..\\..\\report.txt\r\n"
+                                                    "ERROR: Saving notification output file <<\r\nERROR: 76\r\n"),
+            std::string::npos);
+  for (const auto& e : std::filesystem::directory_iterator(dir))
+    EXPECT_TRUE(e.path().filename() == "files" || e.path().filename() == "machine.json") << e.path();
 }
 
 TEST_F(SimPlatformTest, Files_GetFileAttributes_TellsFolderFileAndAbsence) {

@@ -558,6 +558,28 @@ TEST_F(HangingSessionTest, PortThatIsNoNumber_GoesToConnectAsItStands) {
             socket);
 }
 
+// A send the socket refuses is trapped nowhere: the process ends with the
+// socket's error, without the failure branch. (The socket is closed under
+// a step that goes on when an error event comes while the message goes out,
+// or when the thirtieth tick falls in the very round its reply arrives.)
+TEST_F(frmWinsockContainerTest, SendOfTheClosingDotRefused_EndsTheProcessWithTheSocketsError) {
+  machine["faults"] = {{{"call", "SendData"}, {"match", "\r\n.\r\n"}, {"lastError", 40006}}};
+  std::vector<std::string> replies(kGoodReplies.begin(), kGoodReplies.begin() + 5);
+  replies.push_back("");
+  std::string port, wire;
+  const json t = RunScripted(Script(replies), port, wire);
+
+  EXPECT_EQ("fatal", t["ended"]);
+  EXPECT_EQ(json::parse(R"({"number":40006,"description":)"
+                        R"("Wrong protocol or connection state for the requested transaction or request"})"),
+            t["fatal"]);
+  const std::string outcome = t["outcomeText"];
+  EXPECT_EQ(SessionLines(port, 6, outcome), SessionLog(t));
+  const std::string whole = WireDialogue(outcome);
+  EXPECT_EQ(whole.substr(0, whole.find("\r\n.\r\n")), wire);
+  EXPECT_FALSE(FileExists(kBackupFile));
+}
+
 // No Connect event within thirty ticks: the form goes silently and the run
 // ends.
 TEST_F(frmWinsockContainerTest, ConnectionNeverCompletes_UnloadedSilentlyAndTheRunEnds) {

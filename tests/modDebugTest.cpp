@@ -4,9 +4,12 @@
 #include "SimFixture.h"
 #include "app/zandolin-debug/DebugFileReader.h"
 #include "config/modINIDocument.h"
+#include "diagnostics/modFileEncoding.h"
 #include "engine/Runtime.h"
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 namespace {
 
@@ -184,6 +187,85 @@ TEST_F(modDebugTest, SaveDebugFile_ReadOnlyFolder_ReportsThePlatformsFileError) 
   ASSERT_EQ(1u, t["eventLogWritten"].size());
   EXPECT_EQ(json::array({"Unable to create debug file within folder: 70: Permission denied"}),
             t["eventLogWritten"][0]["strings"]);
+}
+
+// The file's bytes as the three stages make them, one after the other, on
+// the whole log at once.
+std::vector<uint8_t> ReferenceEncoding(const std::string& log) {
+  std::vector<uint8_t> bytes = StringToBytes(log, true, false);
+  InterleaveBytes(bytes);
+  AddRunningSum(bytes);
+  return bytes;
+}
+
+// Equal byte arrays; a difference is reported by its first index, not by
+// printing megabytes.
+void ExpectSameBytes(const std::vector<uint8_t>& expected, const std::vector<uint8_t>& actual) {
+  ASSERT_EQ(expected.size(), actual.size());
+  const auto [e, a] = std::mismatch(expected.begin(), expected.end(), actual.begin());
+  EXPECT_TRUE(e == expected.end()) << "first difference at byte " << (e - expected.begin())
+                                   << " of " << expected.size();
+}
+
+// About size bytes of log lines of varied length, each ended by CR LF;
+// every line holds piece.
+std::string LargeLog(size_t size, const std::string& piece) {
+  std::string log;
+  for (int i = 0; log.size() < size; ++i)
+    log += ">> Found networked printer: \\\\OLD\\" + piece + std::to_string(i) +
+           std::string(static_cast<size_t>(i % 97), '.') + "\r\n";
+  return log;
+}
+
+TEST_F(modDebugTest, EncodeDebugLog_LargeLog_IsTheReferenceEncoding) {
+  Install();
+  const std::string log = LargeLog(3500000, "laser");
+  ExpectSameBytes(ReferenceEncoding(log), EncodeDebugLog(log));
+  // One byte more or less: the middle of the interleaving moves.
+  ExpectSameBytes(ReferenceEncoding(log + "x"), EncodeDebugLog(log + "x"));
+  ExpectSameBytes(ReferenceEncoding(log.substr(1)), EncodeDebugLog(log.substr(1)));
+}
+
+TEST_F(modDebugTest, EncodeDebugLog_LargeLogOfCharactersOfSeveralBytes_IsTheReferenceEncoding) {
+  Install();
+  // Characters of two, three and four bytes of the client's code page, and
+  // bytes 0x80 to 0xFF that begin no character: fewer UTF-16 units than bytes.
+  std::string strays;
+  for (int b = 0x80; b <= 0xFF; ++b) strays += static_cast<char>(b);
+  const std::string log = LargeLog(3000000, "Dru\xC3\xA7ker \xE2\x82\xAC \xF0\x9F\x96\xA8 " + strays);
+  ASSERT_LT(StringToBytes(log, true, false).size(), 2 * log.size());
+  ExpectSameBytes(ReferenceEncoding(log), EncodeDebugLog(log));
+}
+
+TEST_F(modDebugTest, EncodeDebugLog_LinesLongerThanAPiece_AreTheReferenceEncoding) {
+  Install();
+  std::string log = LargeLog(100000, "laser");
+  log += std::string(2500000, 'a') + "\xC3\xA9\r\n";
+  log += LargeLog(100000, "color");
+  log += std::string(1500000, 'z');  // no line end at all
+  ExpectSameBytes(ReferenceEncoding(log), EncodeDebugLog(log));
+}
+
+TEST_F(modDebugTest, EncodeDebugLog_FewBytes_AsInterleaveBytesHasThem) {
+  Install();
+  // One character: two bytes of UTF-16, the second taken twice.
+  EXPECT_EQ((std::vector<uint8_t>{'x', 'x', 'x'}), EncodeDebugLog("x"));
+  EXPECT_EQ((std::vector<uint8_t>{0xE9, 0xE9, 0xE9}), EncodeDebugLog("\xC3\xA9"));
+  EXPECT_EQ(ReferenceEncoding("Hi"), EncodeDebugLog("Hi"));
+  try {
+    EncodeDebugLog("");
+    FAIL() << "no FatalError";
+  } catch (const FatalError& e) {
+    EXPECT_EQ(9, e.Number);
+  }
+}
+
+TEST_F(modDebugTest, SaveDebugFile_LargeLog_WritesTheReferenceEncoding) {
+  Install();
+  INIDocument.DebugOn = true;
+  gDebugBuffer = LargeLog(3500000, "laser");
+  SaveDebugFile();
+  ExpectSameBytes(ReferenceEncoding(gDebugBuffer), ReadBytes("C:\\Deploy\\PC042.debug"));
 }
 
 TEST_F(modDebugTest, WriteDebugBytes_WritesFromTheFirstByte) {

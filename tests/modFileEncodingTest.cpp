@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace {
 
 std::vector<uint8_t> Indices(int count) {
@@ -70,6 +72,31 @@ TEST(modFileEncodingTest, InterleaveBytes_LongArray_KeepsItsLengthAndOrder) {
   EXPECT_EQ(2, data[3]);
   EXPECT_EQ(198, data[4]);
   EXPECT_EQ(100, data[199]);
+}
+
+TEST(modFileEncodingTest, InterleavePiece_AnyLengthAndPieces_PlacesAsInterleaveBytes) {
+  for (int length = 3; length <= 70; ++length) {
+    std::vector<uint8_t> whole = Indices(length);
+    InterleaveBytes(whole);
+    for (size_t pieceSize = 1; pieceSize <= 9; ++pieceSize) {
+      const std::vector<uint8_t> data = Indices(length);
+      std::vector<uint8_t> target(static_cast<size_t>(length), 0xEE);
+      for (size_t first = 0; first < data.size(); first += pieceSize) {
+        const size_t count = std::min(pieceSize, data.size() - first);
+        InterleavePiece(target, first, data.data() + first, count);
+      }
+      EXPECT_EQ(whole, target) << "length " << length << ", pieces of " << pieceSize;
+    }
+  }
+}
+
+TEST(modFileEncodingTest, InterleavePiece_PiecesInAnyOrder_GiveTheSameResult) {
+  const std::vector<uint8_t> data = {10, 20, 30, 40, 50, 60, 70};
+  std::vector<uint8_t> target(data.size());
+  InterleavePiece(target, 4, data.data() + 4, 3);
+  InterleavePiece(target, 0, data.data(), 2);
+  InterleavePiece(target, 2, data.data() + 2, 2);
+  EXPECT_EQ((std::vector<uint8_t>{10, 20, 70, 30, 60, 40, 50}), target);
 }
 
 TEST(modFileEncodingTest, AppendByte_PastTheBound_GrowsBy500) {

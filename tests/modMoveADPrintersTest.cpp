@@ -637,6 +637,32 @@ TEST_F(ADTest, Migrate_EmptyQueueNameMeetsEmptyShareName_CountsAsMatch) {
             Report({"", kMigrating, "Printer already migrated: \\\\OLD\\ (\\\\OLD)"}));
 }
 
+TEST_F(ADTest, Migrate_NamesWithBytesAbove127_OnlyAToZFoldCase) {
+  Prepare();
+  // \xC9 and \xE9 are É and é of code page 1252: not the same name.
+  gClientPrinters.push_back(Client("\\\\OLD", "\\\\OLD\\\xC9tage-Laser", "\xC9tage-Laser"));
+  gDirectoryPrinters = {{},
+                        {"p1", "NEW", "\xE9tage-laser"},
+                        {"\xC9TAGE-LASER", "NEXT", "s2"},
+                        {"p3", "OLD", "\xC9tage-laser\xFF"},
+                        {"p4", "LAST", "\xC9tAGE-lASER"}};
+  MigrateADPrinters();
+  EXPECT_EQ(Count(gDebugBuffer, ">> Found a printer match <<"), 2u);
+  ExpectBlock(gDebugBuffer,
+              Log({">> Found a printer match <<",
+                   ">> Printer share names (Client/AD): \xC9tage-Laser / s2",
+                   ">> Printer names (Client/AD): \xC9tage-Laser / \xC9TAGE-LASER",
+                   ">> Found a server difference <<",
+                   ">> Server names (Client/AD): \\\\OLD / NEXT"}));
+  ExpectBlock(gDebugBuffer,
+              Log({">> Found a printer match <<",
+                   ">> Printer share names (Client/AD): \xC9tage-Laser / \xC9tAGE-lASER",
+                   ">> Printer names (Client/AD): \xC9tage-Laser / p4",
+                   ">> Found a server difference <<",
+                   ">> Server names (Client/AD): \\\\OLD / LAST"}));
+  EXPECT_EQ(Count(gOutcomeText, "Migrating: "), 2u);
+}
+
 TEST_F(ADTest, Migrate_OnePulsePerPairAndOnePerPrinter) {
   Prepare();
   INIDocument.ShowProgress = true;
@@ -680,6 +706,20 @@ TEST_F(ADTest, PruneADOrphans_MatchOnPrinterNameOnRightServer_Kept) {
                                ">> Printer names (Client/AD): laser \\ laser",
                                ">> Found a server match <<",
                                ">> Server names (Client/AD): \\\\NEW \\ NEW"}));
+}
+
+TEST_F(ADTest, PruneADOrphans_NamesWithBytesAbove127_OnlyAToZFoldCase) {
+  Prepare();
+  gClientPrinters.push_back(Client("\\\\NEW", "\\\\NEW\\\xC9tage", "\xC9tage"));
+  gClientPrinters.push_back(Client("\\\\NEW", "\\\\NEW\\\xDC" "ber", "\xDC" "ber"));
+  // The first printer's queue is published only as é (not É), the second's
+  // as ÜBER (only the ASCII letters in another case).
+  gDirectoryPrinters = {{}, {"p1", "NEW", "\xE9tage"}, {"p2", "NEW", "\xDC" "BER"}};
+  PruneADOrphans();
+  EXPECT_EQ(Count(gDebugBuffer, ">> Found a server match <<"), 1u);
+  ExpectBlock(gDebugBuffer, Log({">> Printer share names (Client/AD): \xDC" "ber \\ \xDC" "BER"}));
+  EXPECT_EQ(Count(gDebugBuffer, "\\\\NEW\\\xC9tage"), 1u);  // its removal
+  EXPECT_EQ(Count(gDebugBuffer, "\\\\NEW\\\xDC" "ber"), 0u);
 }
 
 TEST_F(ADTest, PruneADOrphans_MatchEndsTheInnerLoopWithoutItsPulse) {

@@ -502,6 +502,23 @@ TEST_F(MoveNetworkPrintersTest, MoveMixed_EmptyFromServerInFirstEntry_DoesNotSto
             Report({"", kMixedHeader, "Printer already migrated: \\\\OLD\\laser (\\\\OLD)"}));
 }
 
+TEST_F(MoveNetworkPrintersTest, MoveMixed_NamesWithBytesAbove127_OnlyAToZFoldCase) {
+  Prepare();
+  // \xC9 and \xE9 are É and é, \xC4 and \xE4 Ä and ä of code page 1252.
+  gClientPrinters.push_back(
+      Client("\\\\\xC9tage", "\\\\\xC9tage\\Drucker-\xC4", "Drucker-\xC4"));
+  INIDocument.MixedDefinitions = {{"\xE9tage", "Drucker-\xC4", "x", "NEW"},
+                                  {"\xC9tage", "Drucker-\xE4", "y", "NEW"},
+                                  {"\xC9TAGE", "DRUCKER-\xC4", "z", "NEW"}};
+  MoveMixed();
+  EXPECT_EQ(Count(gDebugBuffer, ">> Found a Printer and Server match <<"), 1u);
+  ExpectBlock(gDebugBuffer,
+              Log({">> Found a Printer and Server match <<", ">> Client printer: Drucker-\xC4",
+                   ">> Client Server: \\\\\xC9tage", ">> INI printer: DRUCKER-\xC4",
+                   ">> INI Server: \xC9TAGE"}));
+  EXPECT_EQ(Count(gOutcomeText, "Migrating: \\\\\xC9tage\\Drucker-\xC4 to \\\\NEW\\z"), 1u);
+}
+
 TEST_F(MoveNetworkPrintersTest, MoveMixed_OnePulsePerPairAndOneMorePerPrinter) {
   Prepare();
   INIDocument.ShowProgress = true;

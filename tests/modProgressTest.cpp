@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 namespace {
 
 using nlohmann::json;
@@ -70,6 +72,167 @@ TEST_F(modProgressTest, UpdateProgress_HundredthStepWrapsTo1) {
   EXPECT_EQ(2, frmProgress.Value);
   EXPECT_EQ(101, Progress()["steps"]);
   EXPECT_EQ(2, Progress()["value"]);
+}
+
+// The simulated user interface, with its pumps counted.
+class CountingUserInterface : public platform::UserInterface {
+ public:
+  explicit CountingUserInterface(platform::UserInterface* inner) : inner_(inner) {}
+  int pumps = 0;
+
+  int MessageBox(const std::string& text, const std::string& title, UINT style) override {
+    return inner_->MessageBox(text, title, style);
+  }
+  void DoEvents() override {
+    ++pumps;
+    inner_->DoEvents();
+  }
+  int CreateTimer(platform::TimerEvents* owner, DWORD intervalMs, bool enabled) override {
+    return inner_->CreateTimer(owner, intervalMs, enabled);
+  }
+  void EnableTimer(int timer, bool enabled) override { inner_->EnableTimer(timer, enabled); }
+  void DestroyTimer(int timer) override { inner_->DestroyTimer(timer); }
+  HWND CreateProgressWindow() override { return inner_->CreateProgressWindow(); }
+  void ShowProgressWindow() override { inner_->ShowProgressWindow(); }
+  void SetProgressLabel(const std::string& text) override { inner_->SetProgressLabel(text); }
+  void SetProgressBar(int maximum, int value) override { inner_->SetProgressBar(maximum, value); }
+  void MoveProgressBar(int value) override { inner_->MoveProgressBar(value); }
+  void RedrawProgressWindow() override { inner_->RedrawProgressWindow(); }
+  void DestroyProgressWindow() override { inner_->DestroyProgressWindow(); }
+
+ private:
+  platform::UserInterface* inner_;
+};
+
+class QuietPulsesTest : public modProgressTest {
+ protected:
+  // Installs the client with its pumps counted, and starts the window.
+  void Start() {
+    Install();
+    counting = std::make_unique<CountingUserInterface>(Sys().ui);
+    platform::ServiceSet services = platform::Services();
+    services.ui = counting.get();
+    platform::SetServices(services);
+    INIDocument.ShowProgress = true;
+    StartProgress();
+    counting->pumps = 0;
+  }
+
+  std::unique_ptr<CountingUserInterface> counting;
+};
+
+struct NoTicks : platform::TimerEvents {
+  void OnTimer() override {}
+};
+
+TEST_F(QuietPulsesTest, NothingDue_EveryStepCountedButFewPumps) {
+  Start();
+  for (int i = 0; i < 10000; ++i) UpdateProgress("");
+  EXPECT_EQ(1, frmProgress.Value);  // 1 + 10000 steps, wrapping every 100
+  EXPECT_EQ(json::parse(R"({"shown":true,"labels":["Zandolin starting ..."],"steps":10000,
+      "value":1})"),
+            Progress());
+  // The first step pumps and lets the next 4095 go quiet, and so on.
+  EXPECT_EQ(3, counting->pumps);
+}
+
+TEST(ProgressValueAfterTest, IsThatManyNextProgressValues) {
+  for (int value = 0; value <= 100; ++value) {
+    int stepped = value;
+    for (int steps = 1; steps <= 250; ++steps) {
+      stepped = NextProgressValue(stepped);
+      ASSERT_EQ(stepped, ProgressValueAfter(value, steps)) << value << " " << steps;
+    }
+  }
+}
+
+TEST_F(QuietPulsesTest, PulseProgress_AsManyEmptyUpdates_SameStepsValueAndPumps) {
+  Start();
+  PulseProgress(0);
+  EXPECT_EQ(0, counting->pumps);
+  PulseProgress(10000);
+  EXPECT_EQ(1, frmProgress.Value);
+  EXPECT_EQ(json::parse(R"({"shown":true,"labels":["Zandolin starting ..."],"steps":10000,
+      "value":1})"),
+            Progress());
+  EXPECT_EQ(3, counting->pumps);
+  Sys().clock->Now();  // takes the grant back: the next pulse pumps
+  PulseProgress(150);
+  EXPECT_EQ(4, counting->pumps);
+  EXPECT_EQ(51, frmProgress.Value);
+  EXPECT_EQ(10150, Progress()["steps"]);
+}
+
+TEST_F(QuietPulsesTest, PulseProgress_FaultsInjected_EveryStepReachesThePlatform) {
+  machine["faults"] = json::parse(R"([{"call":"MoveProgressBar","skip":499,"times":1}])");
+  Start();
+  PulseProgress(1000);
+  EXPECT_EQ(1000, counting->pumps);
+  EXPECT_EQ(999, Progress()["steps"]);
+  EXPECT_EQ(1001 % 100, frmProgress.Value);
+}
+
+TEST_F(modProgressTest, PulseProgress_ShowProgressFalse_NothingIsLoaded) {
+  Install();
+  INIDocument.ShowProgress = false;
+  PulseProgress(5);
+  EXPECT_FALSE(frmProgress.Loaded);
+  EXPECT_EQ(json::parse(R"({"shown":false,"labels":[],"steps":0,"value":0})"), Progress());
+}
+
+TEST_F(QuietPulsesTest, StatementsAndTheFinish_AlwaysReachThePlatform) {
+  Start();
+  for (int i = 0; i < 50; ++i) UpdateProgress("");
+  UpdateProgress("Saving Zandolin status ...");
+  for (int i = 0; i < 50; ++i) UpdateProgress("");
+  EXPECT_EQ(2, counting->pumps);
+  EXPECT_EQ(json::parse(R"({"shown":true,
+      "labels":["Zandolin starting ...","Saving Zandolin status ..."],"steps":101,"value":2})"),
+            Progress());
+  UpdateProgress("");
+  FinishProgress();
+  EXPECT_EQ(json::parse(R"({"shown":true,"labels":["Zandolin starting ...",
+      "Saving Zandolin status ...","Zandolin finished ..."],"steps":102,"value":100})"),
+            Progress());
+}
+
+TEST_F(QuietPulsesTest, OtherCallsBetweenSteps_EveryStepPumps) {
+  Start();
+  for (int i = 0; i < 1000; ++i) {
+    Sys().clock->Now();
+    UpdateProgress("");
+  }
+  EXPECT_EQ(1000, counting->pumps);
+  EXPECT_EQ(1000, Progress()["steps"]);
+}
+
+TEST_F(QuietPulsesTest, TimerRunning_EveryStepPumps) {
+  Start();
+  NoTicks owner;
+  Sys().ui->CreateTimer(&owner, 1000, true);
+  for (int i = 0; i < 1000; ++i) UpdateProgress("");
+  EXPECT_EQ(1000, counting->pumps);
+}
+
+TEST_F(QuietPulsesTest, FaultsInjected_EveryStepReachesThePlatform) {
+  // The 500th move of the bar fails: it is not counted.
+  machine["faults"] = json::parse(R"([{"call":"MoveProgressBar","skip":499,"times":1}])");
+  Start();
+  for (int i = 0; i < 1000; ++i) UpdateProgress("");
+  EXPECT_EQ(1000, counting->pumps);
+  EXPECT_EQ(999, Progress()["steps"]);
+  EXPECT_EQ(1001 % 100, frmProgress.Value);
+}
+
+TEST_F(QuietPulsesTest, FormUnloaded_AStepAfterAPumpLoadsItAgain) {
+  Start();
+  FinishProgress();
+  ASSERT_FALSE(frmProgress.Loaded);
+  Sys().ui->DoEvents();
+  UpdateProgress("");
+  EXPECT_TRUE(frmProgress.Loaded);
+  EXPECT_EQ(1, LoadedFormCount());
+  EXPECT_EQ(1, frmProgress.Value);
 }
 
 TEST_F(modProgressTest, FinishProgress_SetsTheLastStatementAndUnloads) {

@@ -7,8 +7,13 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
+#include <random>
+#include <unistd.h>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -807,6 +812,83 @@ TEST_F(ZandolinSimTest, SpoolerCalls_WindowsNT4_TheDefaultWrittenToTheProfileIsR
       {"call": "WriteProfileStringA", "args": ["Windows", "device", "\\\\NEW\\laser,winspool,Ne01:"],
        "result": 1, "lastError": 0}])"));
   EXPECT_EQ(t["defaultAfter"], "\\\\NEW\\laser");
+}
+
+// The engine killed at any moment of runs that rewrite a large status file:
+// no record is lost, the file is always the old or the new one whole, and
+// a replacement left by a killed rewrite is gone after the next run.
+TEST_F(ZandolinSimTest, StatusFileRewrite_KilledAtAnyMoment_LosesNothingAndLeavesNothingBehind) {
+  WriteClientFile("machine.json", R"({"clock": "2026-11-21T14:05:09"})");
+  WriteClientFile("files/C/Deploy/a.ini", ValidIni().Set("GENERAL", "AlwaysRun", "True").Text());
+  constexpr int kRecords = 50000;
+  std::string before;
+  for (int i = 0; i < kRecords; ++i) before += "C:\\Deploy\\other" + std::to_string(i) + ".ini,True\r\n";
+  const fs::path profile = client / "files" / "C" / "Users" / "jdoe";
+  // A finished run records the INI file as succeeded, and the rewrite ends
+  // in a blank line; later runs write the same text again.
+  const std::string after = before + "C:\\Deploy\\a.ini,True\r\n\r\n";
+  before += "C:\\Deploy\\a.ini,False\r\n";
+  WriteClientFile("files/C/Users/jdoe/Zandolin_status.log", before);
+
+  auto replacements = [&] {
+    int count = 0;
+    for (const auto& e : fs::directory_iterator(profile))
+      count += e.path().filename().string().rfind(".Zandolin_status.log.", 0) == 0;
+    return count;
+  };
+  auto start = [&] {
+    const pid_t pid = fork();
+    if (pid == 0) {
+      const int null = open("/dev/null", O_WRONLY);
+      dup2(null, 1);
+      dup2(null, 2);
+      execl(ZANDOLIN_SIM_EXE, ZANDOLIN_SIM_EXE, client.c_str(), "--json", static_cast<char*>(nullptr));
+      _exit(127);
+    }
+    return pid;
+  };
+  auto elapsed = [](std::chrono::steady_clock::time_point from) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - from).count();
+  };
+  // One whole run, to learn how long a run takes.
+  auto begun = std::chrono::steady_clock::now();
+  int status = 0;
+  waitpid(start(), &status, 0);
+  const double runSeconds = elapsed(begun);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  ASSERT_EQ(Slurp(profile / "Zandolin_status.log"), after);
+
+  std::mt19937 random(16);
+  int kills = 0, killedMidRewrite = 0, torn = 0, lost = 0;
+  const auto testBegun = std::chrono::steady_clock::now();
+  for (int round = 0; round < 60 && elapsed(testBegun) < 20; ++round) {
+    const pid_t pid = start();
+    if (round % 2 == 0) {
+      // As soon as the replacement appears, while it is being written.
+      while (replacements() == 0 && waitpid(pid, &status, WNOHANG) == 0) usleep(20);
+    } else {
+      usleep(static_cast<useconds_t>(std::uniform_real_distribution<double>(0, 1.2 * runSeconds)(random) * 1e6));
+    }
+    kill(pid, SIGKILL);
+    waitpid(pid, &status, 0);
+    ++kills;
+    killedMidRewrite += replacements() > 0;
+    const std::string now = Slurp(profile / "Zandolin_status.log");
+    torn += now != before && now != after;
+    for (int i = 0; i < kRecords; i += 997)
+      lost += now.find("C:\\Deploy\\other" + std::to_string(i) + ".ini,True\r\n") == std::string::npos;
+  }
+  Result next = Sim({client.string(), "--json"});
+  ASSERT_EQ(next.status, 0) << next.err;
+  EXPECT_EQ(json::parse(next.out)["ended"], "returned");
+  EXPECT_EQ(Slurp(profile / "Zandolin_status.log"), after);
+  EXPECT_EQ(torn, 0);
+  EXPECT_EQ(lost, 0);
+  EXPECT_EQ(replacements(), 0);
+  EXPECT_GE(kills, 10);
+  EXPECT_GE(killedMidRewrite, 1);
+  RecordProperty("Kills", kills);
+  RecordProperty("KilledMidRewrite", killedMidRewrite);
 }
 
 }  // namespace

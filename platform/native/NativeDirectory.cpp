@@ -27,6 +27,7 @@
 //===----------------------------------------------------------------------===//
 
 #include "platform/DirectoryErrors.h"
+#include "platform/native/NativeLibraries.h"
 #include "platform/native/NativeServices.h"
 
 #include <windows.h>
@@ -64,7 +65,7 @@ void Resolve(HMODULE module, const char* name, Fn& fn) {
 const Wldap32& Library() {
   static const Wldap32 library = [] {
     Wldap32 l;
-    HMODULE module = ::LoadLibraryA("wldap32.dll");
+    HMODULE module = LoadSystemLibrary("wldap32.dll");
     if (!module) return l;
     Resolve(module, "ldap_initW", l.initW);
     Resolve(module, "ldap_set_optionW", l.setOptionW);

@@ -19,6 +19,7 @@
 #include <windows.h>
 
 #include <string>
+#include <vector>
 
 namespace platform::native {
 
@@ -53,6 +54,43 @@ std::string TemporaryBeside(const std::string& path) {
   return path + "." + std::to_string(::GetCurrentProcessId()) + ".tmp";
 }
 
+// Whether the process of this id runs. One that has ended, or no process of
+// that id at all, does not; one this process may not open does.
+bool ProcessRuns(DWORD id) {
+  HANDLE process = ::OpenProcess(SYNCHRONIZE, FALSE, id);
+  if (!process) return ::GetLastError() != ERROR_INVALID_PARAMETER;
+  const bool runs = ::WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
+  ::CloseHandle(process);
+  return runs;
+}
+
+// A process killed between writing the new content and moving it into
+// place leaves "<file>.<pid>.tmp" behind. The next one to read or write the
+// file removes it, unless the process that wrote it still runs: two engines
+// of one user may replace the file at the same time. A leftover of this
+// very process id is an earlier process's.
+void RemoveStaleTemporaries(const std::string& path) {
+  const std::string folder = path.substr(0, path.find_last_of("\\/") + 1);
+  const std::string stem = path.substr(folder.size()) + ".";
+  WIN32_FIND_DATAA data;
+  HANDLE find = ::FindFirstFileA((path + ".*.tmp").c_str(), &data);
+  if (find == INVALID_HANDLE_VALUE) return;
+  std::vector<std::string> stale;
+  do {
+    const std::string name = data.cFileName;
+    if (name.size() <= stem.size() + 4 || ::_strnicmp(name.c_str(), stem.c_str(), stem.size()) != 0 ||
+        ::_stricmp(name.c_str() + name.size() - 4, ".tmp") != 0)
+      continue;
+    const std::string digits = name.substr(stem.size(), name.size() - stem.size() - 4);
+    if (digits.size() > 10 || digits.find_first_not_of("0123456789") != std::string::npos) continue;
+    const unsigned long long id = std::stoull(digits);
+    if (id == ::GetCurrentProcessId() || (id <= 0xFFFFFFFFull && !ProcessRuns(static_cast<DWORD>(id))))
+      stale.push_back(folder + name);
+  } while (::FindNextFileA(find, &data));
+  ::FindClose(find);
+  for (const std::string& file : stale) ::DeleteFileA(file.c_str());
+}
+
 class NativeFiles final : public Files {
  public:
   std::string FirstFile(const std::string& pattern) override {
@@ -74,6 +112,7 @@ class NativeFiles final : public Files {
 
   Failure ReadText(const std::string& path, std::string& content) override {
     content.clear();
+    RemoveStaleTemporaries(path);
     HANDLE file = ::CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                 nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return LastFileFailure();
@@ -94,6 +133,7 @@ class NativeFiles final : public Files {
   }
 
   Failure AppendText(const std::string& path, const std::string& content) override {
+    RemoveStaleTemporaries(path);
     HANDLE file = ::CreateFileA(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr,
                                 OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return LastFileFailure();
@@ -104,6 +144,7 @@ class NativeFiles final : public Files {
   }
 
   Failure ReplaceText(const std::string& path, const std::string& content) override {
+    RemoveStaleTemporaries(path);
     const std::string temporary = TemporaryBeside(path);
     HANDLE file = ::CreateFileA(temporary.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                 FILE_ATTRIBUTE_NORMAL, nullptr);

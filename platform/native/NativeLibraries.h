@@ -20,13 +20,32 @@
 //   lacks fails everywhere else (GetDefaultPrinterA on Windows 95/98/ME).
 // - Only the A functions are taken: the W ones are missing on Windows
 //   95/98/ME.
+// - Every library is loaded from the system folder by its full path
+//   (LoadSystemLibrary), never by its bare name: the search for a bare name
+//   looks in the engine's own folder first, the deployment share, so that a
+//   DLL of the same name put there would run in every user's logon.
 //
 //===----------------------------------------------------------------------===//
 #pragma once
 
 #include <windows.h>
 
+#include <string>
+
 namespace platform::native {
+
+// The system library `name` (a file name, e.g. "winspool.drv"), loaded from
+// the system folder (GetSystemDirectoryA: C:\WINDOWS\SYSTEM on Windows
+// 95/98/ME, the System32 folder on NT); null when it is missing there.
+inline HMODULE LoadSystemLibrary(const char* name) {
+  char folder[MAX_PATH];
+  const UINT length = ::GetSystemDirectoryA(folder, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) return nullptr;
+  std::string path(folder, length);
+  if (path.back() != '\\') path += '\\';  // the folder is a drive's root
+  path += name;
+  return ::LoadLibraryA(path.c_str());
+}
 
 // The stand-in for a missing function of the type Fn.
 template <class Fn>

@@ -34,6 +34,7 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
+#include "platform/native/NativeLibraries.h"
 #include "platform/native/NativeServices.h"
 
 #include <algorithm>
@@ -147,9 +148,9 @@ struct Winsock {
     tried = true;
     startError = kErrNotInitialised;
     WORD version = MAKEWORD(2, 2);
-    HMODULE module = ::LoadLibraryA("ws2_32.dll");
+    HMODULE module = LoadSystemLibrary("ws2_32.dll");
     if (!module) {
-      module = ::LoadLibraryA("wsock32.dll");
+      module = LoadSystemLibrary("wsock32.dll");
       version = MAKEWORD(1, 1);
     }
     if (!module) return startError;

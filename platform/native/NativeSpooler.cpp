@@ -30,7 +30,7 @@ namespace {
 
 // The functions of winspool.drv, found at the first call of any of them.
 struct Winspool {
-  HMODULE module = ::LoadLibraryA("winspool.drv");
+  HMODULE module = LoadSystemLibrary("winspool.drv");
   ZANDOLIN_ENTRY(OpenPrinterA);
   ZANDOLIN_ENTRY(ClosePrinter);
   ZANDOLIN_ENTRY(GetPrinterA);

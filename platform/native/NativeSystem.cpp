@@ -34,7 +34,7 @@ typedef BOOL(WINAPI* GetUserProfileDirectoryAFn)(HANDLE, LPSTR, LPDWORD);
 
 GetUserProfileDirectoryAFn ResolveGetUserProfileDirectoryA() {
   static GetUserProfileDirectoryAFn fn = [] {
-    HMODULE module = ::LoadLibraryA("userenv.dll");
+    HMODULE module = LoadSystemLibrary("userenv.dll");
     if (!module) return GetUserProfileDirectoryAFn(nullptr);
     void* entry = reinterpret_cast<void*>(::GetProcAddress(module, "GetUserProfileDirectoryA"));
     return reinterpret_cast<GetUserProfileDirectoryAFn>(entry);

@@ -27,6 +27,12 @@
 //   every kPaintIntervalMs, because the engine makes one progress statement
 //   per step and a run may make millions of them. The bar's moves are applied
 //   at those paints too; its settings (start, finish) are applied at once.
+// - A pump grants kQuietPulses progress pulses (platform::QuietPulses) when
+//   the progress window exists, no timer runs and nothing is kept for the
+//   pump: the engine then only counts them, and the next call here takes the
+//   bar to where they left it. Any other call of the engine through the
+//   boundary takes the grant back, so that the quiet pulses are those of
+//   pure computation, microseconds.
 // - Common controls are initialised through a run-time lookup, so that a
 //   system without InitCommonControlsEx still starts the engine.
 // - user32.dll and gdi32.dll are loaded at the first call that needs them
@@ -49,6 +55,7 @@ namespace platform::native {
 namespace {
 
 constexpr DWORD kPaintIntervalMs = 40;
+constexpr int kQuietPulses = 255;
 constexpr DWORD kLookIntervalMs = 10;
 // The longest idle wait; the pump runs a round after it even if nothing came.
 constexpr DWORD kIdleWaitMs = 1000;
@@ -82,7 +89,7 @@ struct ProgressWindow {
 
 // The functions of user32.dll, found at the first call of any of them.
 struct User32 {
-  HMODULE module = ::LoadLibraryA("user32.dll");
+  HMODULE module = LoadSystemLibrary("user32.dll");
   ZANDOLIN_ENTRY(AdjustWindowRectEx);
   ZANDOLIN_ENTRY(CreateWindowExA);
   ZANDOLIN_ENTRY(DefWindowProcA);
@@ -116,7 +123,7 @@ const User32& User() {
 
 // The functions of gdi32.dll, found at the first call of any of them.
 struct Gdi32 {
-  HMODULE module = ::LoadLibraryA("gdi32.dll");
+  HMODULE module = LoadSystemLibrary("gdi32.dll");
   ZANDOLIN_ENTRY(GetDeviceCaps);
   ZANDOLIN_ENTRY(GetStockObject);
 };
@@ -138,7 +145,7 @@ void InitCommonControlsOnce() {
   static bool done = false;
   if (done) return;
   done = true;
-  HMODULE comctl = ::LoadLibraryA("comctl32.dll");
+  HMODULE comctl = LoadSystemLibrary("comctl32.dll");
   if (!comctl) return;
   typedef BOOL(WINAPI * InitExFn)(const INITCOMMONCONTROLSEX*);
   typedef void(WINAPI * InitFn)();
@@ -185,6 +192,8 @@ class NativeUserInterface final : public UserInterface {
       WaitForEvents();
     else
       Pump(false);
+    const bool quiet = progress_.window && timers_.empty() && !Waiting();
+    platform::Services().pulses.granted = quiet ? kQuietPulses : 0;
   }
 
   void WaitForEvents() override {
@@ -296,6 +305,7 @@ class NativeUserInterface final : public UserInterface {
 
   void SetProgressBar(int maximum, int value) override {
     ++activity_;
+    TakeQuietPulses();
     progress_.barMovePending = false;
     if (!progress_.bar) return;
     User().SendMessageA(progress_.bar, PBM_SETRANGE32, 0, maximum);
@@ -307,6 +317,7 @@ class NativeUserInterface final : public UserInterface {
 
   void MoveProgressBar(int value) override {
     ++activity_;
+    TakeQuietPulses();
     progress_.barMovePending = true;
     progress_.pendingValue = value;
   }
@@ -424,7 +435,17 @@ class NativeUserInterface final : public UserInterface {
     }
   }
 
+  // The bar moves of the pulses the engine took without a call.
+  void TakeQuietPulses() {
+    platform::QuietPulses& pulses = platform::Services().pulses;
+    if (pulses.taken == 0) return;
+    pulses.taken = 0;
+    progress_.barMovePending = true;
+    progress_.pendingValue = pulses.value;
+  }
+
   void ApplyPendingBarMove() {
+    TakeQuietPulses();
     if (!progress_.barMovePending) return;
     progress_.barMovePending = false;
     if (progress_.bar)

@@ -26,7 +26,9 @@ Context* gCurrent = nullptr;
 bool IsDriveLetter(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; }
 
 // The entry of dir whose name equals name, case-blind; the exact name first.
+// "." and ".." name no entry: they would lead out of dir.
 std::optional<std::string> FindEntry(const fs::path& dir, const std::string& name) {
+  if (name.empty() || name == "." || name == "..") return std::nullopt;
   std::error_code ec;
   if (fs::exists(dir / name, ec)) return name;
   if (!fs::is_directory(dir, ec)) return std::nullopt;
@@ -57,7 +59,65 @@ bool BadNameChar(char c, bool wildcards) {
   unsigned char u = static_cast<unsigned char>(c);
   if (u < 0x20) return true;
   if (c == '*' || c == '?') return !wildcards;
-  return std::strchr("<>:\"|", c) != nullptr;
+  return std::strchr("<>:\"|/", c) != nullptr;
+}
+
+bool BadName(const std::string& name, bool wildcards) {
+  for (char c : name)
+    if (BadNameChar(c, wildcards)) return true;
+  return false;
+}
+
+// The pieces of text between backslashes, empty ones included.
+std::vector<std::string> SplitKeepingEmpty(const std::string& text) {
+  std::vector<std::string> parts(1);
+  for (char c : text) {
+    if (c == '\\') parts.emplace_back();
+    else parts.back() += c;
+  }
+  return parts;
+}
+
+// The device a name stands for in every folder, upper case, or empty:
+// CON, PRN, AUX, NUL, COM1 to COM9, LPT1 to LPT9, CONIN$ and CONOUT$, with
+// anything after a dot or a colon and blanks before it ignored.
+std::string DeviceName(const std::string& name) {
+  std::string base = UpperAscii(name.substr(0, name.find_first_of(".:")));
+  while (!base.empty() && base.back() == ' ') base.pop_back();
+  if (base == "CON" || base == "PRN" || base == "AUX" || base == "NUL" || base == "CONIN$" || base == "CONOUT$")
+    return base;
+  if (base.size() == 4 && (base.compare(0, 3, "COM") == 0 || base.compare(0, 3, "LPT") == 0) && base[3] >= '1' &&
+      base[3] <= '9')
+    return base;
+  return {};
+}
+
+
+constexpr size_t kMaxPath = 260;
+
+// "." and "..", never above the root; then a name before a separator
+// loses one trailing dot, and the last name, unless the path ends in a
+// separator, all its trailing dots and blanks.
+std::vector<std::string> Normalized(const std::vector<std::string>& raw, bool endsInSeparator) {
+  std::vector<std::string> parts;
+  for (const std::string& part : raw) {
+    if (part.empty() || part == ".") continue;
+    if (part == "..") {
+      if (!parts.empty()) parts.pop_back();
+      continue;
+    }
+    parts.push_back(part);
+  }
+  for (size_t i = 0; i < parts.size(); ++i) {
+    std::string& part = parts[i];
+    if (i + 1 == parts.size() && !endsInSeparator) {
+      while (!part.empty() && (part.back() == '.' || part.back() == ' ')) part.pop_back();
+    } else if (part.back() == '.' && (part.size() < 2 || part[part.size() - 2] != '.')) {
+      part.pop_back();
+    }
+  }
+  if (!parts.empty() && parts.back().empty()) parts.pop_back();
+  return parts;
 }
 
 std::string FormatSeconds(double seconds) {
@@ -75,15 +135,23 @@ void SetCurrent(Context* context) {
   if (!context) gBlank = Context{};
 }
 
+namespace {
+
+char UpperAsciiChar(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+}  // namespace
+
 std::string UpperAscii(const std::string& text) {
   std::string upper = text;
-  for (char& c : upper)
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  for (char& c : upper) c = UpperAsciiChar(c);
   return upper;
 }
 
 bool SameNoCase(const std::string& a, const std::string& b) {
-  return a.size() == b.size() && UpperAscii(a) == UpperAscii(b);
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i)
+    if (UpperAsciiChar(a[i]) != UpperAsciiChar(b[i])) return false;
+  return true;
 }
 
 void CopyWithNul(char* buffer, const std::string& text) {
@@ -173,56 +241,136 @@ std::optional<std::string> Context::CurrentDefault() const {
 ResolvedPath ResolveWindowsPath(const fs::path& folder, const std::string& windowsPath,
                                 const std::string& currentDir, bool wildcards) {
   ResolvedPath result;
+  // The ANSI functions turn the path into UTF-16 in a buffer of MAX_PATH.
+  if (windowsPath.size() > kMaxPath) {
+    result.status = ResolvedPath::kTooLong;
+    return result;
+  }
+  // "\\?\" exactly: every name goes to the file system as it stands.
+  const bool verbatim = windowsPath.compare(0, 4, "\\\\?\\") == 0;
   std::string path = windowsPath;
-  for (char& c : path)
-    if (c == '/') c = '\\';
-
-  // Make the path absolute.
-  bool unc = path.size() >= 2 && path[0] == '\\' && path[1] == '\\';
-  bool drive = path.size() >= 2 && IsDriveLetter(path[0]) && path[1] == ':';
-  if (!unc && !(drive && path.size() >= 3 && path[2] == '\\')) {
-    if (currentDir.empty()) return result;
-    std::string cwd = currentDir;
-    for (char& c : cwd)
+  if (!verbatim)
+    for (char& c : path)
       if (c == '/') c = '\\';
-    std::string cwdRoot;
-    if (cwd.size() >= 2 && cwd[0] == '\\' && cwd[1] == '\\') {
-      std::vector<std::string> parts = SplitAtBackslash(cwd);
-      cwdRoot = "\\\\" + (parts.size() > 0 ? parts[0] : "") + "\\" + (parts.size() > 1 ? parts[1] : "");
+
+  std::vector<std::string> parts;   // the names below the root
+  bool unc = false;
+  std::string drive, server, share;
+  if (verbatim || path.compare(0, 4, "\\\\.\\") == 0 || path.compare(0, 4, "\\\\?\\") == 0 || path == "\\\\." ||
+      path == "\\\\?") {
+    // A device path: its first name is the device, a drive, or UNC.
+    std::vector<std::string> raw = SplitKeepingEmpty(path.size() > 4 ? path.substr(4) : "");
+    if (verbatim) {
+      // An empty name (but for a last separator), "." and ".." are no names.
+      if (raw.size() > 1 && raw.back().empty()) raw.pop_back();
+      for (const std::string& name : raw) {
+        if (name.empty() || name == "." || name == "..") {
+          result.status = ResolvedPath::kBadName;
+          return result;
+        }
+      }
     } else {
-      cwdRoot = cwd.substr(0, 2);
+      raw = Normalized(raw, !path.empty() && path.back() == '\\');
     }
-    if (drive) {
-      // "X:name": relative to the current folder when it is on X:.
-      std::string rest = path.substr(2);
-      if (SameNoCase(cwdRoot, path.substr(0, 2))) path = cwd + "\\" + rest;
-      else path = path.substr(0, 2) + "\\" + rest;
-    } else if (!path.empty() && path[0] == '\\') {
-      path = cwdRoot + path;
+    if (raw.empty()) {
+      result.status = ResolvedPath::kNoSuchDevice;
+      result.windows = "\\\\.\\";
+      return result;
+    }
+    const std::string device = raw.front();
+    if (device.size() == 2 && std::isalpha(static_cast<unsigned char>(device[0])) && device[1] == ':') {
+      drive = device;
+      parts.assign(raw.begin() + 1, raw.end());
+    } else if (SameNoCase(device, "UNC") && raw.size() >= 3) {
+      unc = true;
+      server = raw[1];
+      share = raw[2];
+      parts.assign(raw.begin() + 3, raw.end());
     } else {
-      path = cwd + "\\" + path;
+      // NUL, or a device the client does not have; below it, a path not found.
+      result.windows = "\\\\.\\" + device;
+      result.status = raw.size() > 1                 ? ResolvedPath::kNoDevice
+                      : SameNoCase(device, "NUL") ? ResolvedPath::kNullDevice
+                                                  : ResolvedPath::kNoSuchDevice;
+      return result;
     }
+  } else {
+    // Make the path absolute.
     unc = path.size() >= 2 && path[0] == '\\' && path[1] == '\\';
-    drive = !unc;
+    bool absoluteDrive = path.size() >= 3 && IsDriveLetter(path[0]) && path[1] == ':' && path[2] == '\\';
+    if (!unc && !absoluteDrive) {
+      if (currentDir.empty()) return result;
+      std::string cwd = currentDir;
+      for (char& c : cwd)
+        if (c == '/') c = '\\';
+      std::string cwdRoot;
+      if (cwd.size() >= 2 && cwd[0] == '\\' && cwd[1] == '\\') {
+        std::vector<std::string> cwdParts = SplitAtBackslash(cwd);
+        cwdRoot = "\\\\" + (cwdParts.size() > 0 ? cwdParts[0] : "") + "\\" + (cwdParts.size() > 1 ? cwdParts[1] : "");
+      } else {
+        cwdRoot = cwd.substr(0, 2);
+      }
+      if (path.size() >= 2 && IsDriveLetter(path[0]) && path[1] == ':') {
+        // "X:name": relative to the current folder when it is on X:.
+        std::string rest = path.substr(2);
+        if (SameNoCase(cwdRoot, path.substr(0, 2))) path = cwd + "\\" + rest;
+        else path = path.substr(0, 2) + "\\" + rest;
+      } else if (!path.empty() && path[0] == '\\') {
+        path = cwdRoot + path;
+      } else {
+        path = cwd + "\\" + path;
+      }
+      unc = path.size() >= 2 && path[0] == '\\' && path[1] == '\\';
+    }
+    const bool endsInSeparator = path.back() == '\\';
+    if (unc) {
+      std::vector<std::string> raw = SplitAtBackslash(path.substr(2));
+      if (raw.size() < 2) {
+        result.status = ResolvedPath::kBadName;
+        return result;
+      }
+      server = raw[0];
+      share = raw[1];
+      parts = Normalized(std::vector<std::string>(raw.begin() + 2, raw.end()), endsInSeparator);
+    } else {
+      if (path.size() < 2 || !IsDriveLetter(path[0]) || path[1] != ':') {
+        result.status = ResolvedPath::kBadName;
+        return result;
+      }
+      drive = path.substr(0, 2);
+      parts = Normalized(SplitAtBackslash(path.substr(2)), endsInSeparator);
+      // A device name stands in every folder of a drive.
+      if (!parts.empty() && !endsInSeparator) {
+        const std::string device = DeviceName(parts.back());
+        if (!device.empty()) {
+          result.status = device == "NUL" ? ResolvedPath::kNullDevice : ResolvedPath::kNoSuchDevice;
+          result.windows = "\\\\.\\" + device;
+          return result;
+        }
+      }
+    }
   }
 
-  std::vector<std::string> raw;
+  if (unc && (BadName(server, false) || BadName(share, false))) {
+    result.status = ResolvedPath::kBadName;
+    return result;
+  }
+  // A server or share named "." or ".." is one the client does not have.
+  if (unc && (server.empty() || server == "." || server == ".." || share.empty() || share == "." || share == "..")) {
+    result.status = ResolvedPath::kNoDevice;
+    return result;
+  }
+  for (size_t i = 0; i < parts.size(); ++i)
+    if (BadName(parts[i], wildcards && i + 1 == parts.size())) {
+      result.status = ResolvedPath::kBadName;
+      return result;
+    }
+
   std::string rootText;
   fs::path root = folder / "files";
   bool rootExists = true;
   if (unc) {
-    std::vector<std::string> parts = SplitAtBackslash(path.substr(2));
-    if (parts.size() < 2) {
-      result.status = ResolvedPath::kBadName;
-      return result;
-    }
-    for (size_t i = 0; i < 2; ++i)
-      for (char c : parts[i])
-        if (BadNameChar(c, false)) {
-          result.status = ResolvedPath::kBadName;
-          return result;
-        }
-    std::string names[3] = {"UNC", parts[0], parts[1]};
+    const std::string names[3] = {"UNC", server, share};
     rootText = "\\\\";
     for (int i = 0; i < 3; ++i) {
       std::optional<std::string> found = rootExists ? FindEntry(root, names[i]) : std::nullopt;
@@ -230,39 +378,14 @@ ResolvedPath ResolveWindowsPath(const fs::path& folder, const std::string& windo
       root /= found ? *found : names[i];
       if (i > 0) rootText += (i == 2 ? "\\" : "") + (found ? *found : names[i]);
     }
-    raw.assign(parts.begin() + 2, parts.end());
   } else {
-    if (path.size() < 2 || !IsDriveLetter(path[0])) {
-      result.status = ResolvedPath::kBadName;
-      return result;
-    }
-    std::string letter(1, static_cast<char>(std::toupper(static_cast<unsigned char>(path[0]))));
+    std::string letter(1, static_cast<char>(std::toupper(static_cast<unsigned char>(drive[0]))));
     std::optional<std::string> found = FindEntry(root, letter);
     root /= found ? *found : letter;
     result.onDriveC = letter == "C";
     rootExists = found.has_value() || result.onDriveC;
     rootText = letter + ":";
-    raw = SplitAtBackslash(path.substr(2));
   }
-
-  // "." and "..", trailing dots and blanks of each name, as Windows does.
-  std::vector<std::string> parts;
-  for (std::string part : raw) {
-    if (part == ".") continue;
-    if (part == "..") {
-      if (!parts.empty()) parts.pop_back();
-      continue;
-    }
-    while (!part.empty() && (part.back() == '.' || part.back() == ' ')) part.pop_back();
-    if (part.empty()) continue;
-    parts.push_back(part);
-  }
-  for (size_t i = 0; i < parts.size(); ++i)
-    for (char c : parts[i])
-      if (BadNameChar(c, wildcards && i + 1 == parts.size())) {
-        result.status = ResolvedPath::kBadName;
-        return result;
-      }
 
   fs::path host = root;
   std::string windows = rootText;
@@ -279,6 +402,10 @@ ResolvedPath ResolveWindowsPath(const fs::path& folder, const std::string& windo
     windows += "\\" + name;
   }
   if (parts.empty() && !unc) windows += "\\";
+  if (!verbatim && windows.size() >= kMaxPath) {
+    result.status = ResolvedPath::kTooLong;
+    return result;
+  }
   result.host = host;
   result.windows = windows;
   result.status = rootExists ? ResolvedPath::kOk : ResolvedPath::kNoDevice;

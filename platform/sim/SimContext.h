@@ -15,6 +15,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sim {
@@ -22,10 +23,14 @@ namespace sim {
 // A Windows path placed on the simulated drives.
 struct ResolvedPath {
   enum Status {
-    kOk,        // host and windows are set
-    kBadName,   // a character Windows does not allow in a name
-    kNoDevice,  // a drive or share that the client does not have
-    kNoDrive,   // a relative path and no current folder to take it from
+    kOk,           // host and windows are set
+    kBadName,      // a name Windows does not allow (ERROR_INVALID_NAME)
+    kNoDevice,     // a drive, server or share that the client does not have
+    kNoDrive,      // a relative path and no current folder to take it from
+    kTooLong,      // longer than MAX_PATH (ERROR_FILENAME_EXCED_RANGE)
+    kNullDevice,   // NUL: reading gives nothing, writing goes nowhere
+    kNoSuchDevice, // a device the client does not have: CON, PRN, AUX, COMn,
+                   // LPTn, or any other (ERROR_FILE_NOT_FOUND)
   };
   Status status = kNoDrive;
   std::filesystem::path host;   // the host path, case-blind against what exists
@@ -35,10 +40,16 @@ struct ResolvedPath {
 
 // Places a Windows path on the drives of the client folder: "C:\\a" is
 // folder/files/C/a, "\\\\srv\\share\\x" is folder/files/UNC/srv/share/x.
-// Separators may be "\\" or "/"; "." and ".." are applied; each existing
-// component is matched case-blind. A relative path is taken from
-// currentDir (a Windows folder); with an empty currentDir it gives kNoDrive.
-// wildcards lets the last component hold "*" and "?".
+// The path is read as the ANSI file functions of Windows read it: "/" is a
+// separator, "." and ".." are applied but never above the drive, the share
+// or a device path's "\\\\.\\"; a name before a separator loses one
+// trailing dot, the last name all trailing dots and blanks; "\\\\?\\"
+// takes every name as it stands; a last name such as NUL, CON, COM1 or
+// LPT1.txt names a device; a path of more than MAX_PATH characters fails.
+// Each existing component is matched case-blind. A relative path is taken
+// from currentDir (a Windows folder); with an empty currentDir it gives
+// kNoDrive. wildcards lets the last component hold "*" and "?". No path
+// reaches a host file outside folder/files.
 ResolvedPath ResolveWindowsPath(const std::filesystem::path& folder, const std::string& windowsPath,
                                 const std::string& currentDir = "", bool wildcards = false);
 
@@ -244,10 +255,17 @@ enum class DriveWriteMode {
 bool DriveIsFolder(const Context& c, const std::filesystem::path& host);
 bool DriveIsFile(const Context& c, const std::filesystem::path& host);
 int DriveRead(const Context& c, const std::filesystem::path& host, std::string& bytes);
-int DriveWrite(Context& c, const std::filesystem::path& host, const std::string& bytes,
+int DriveWrite(Context& c, const std::filesystem::path& host, std::string_view bytes,
                DriveWriteMode mode);
 // Makes the folder and those above it.
 void DriveMakeFolders(Context& c, const std::filesystem::path& host);
+// A replacement of the file written by a process that was killed before it
+// could move it into place stays behind; the next process that reads or
+// writes the file removes it, unless the process that wrote it still runs
+// (two engines of one user may replace the file at the same time). One of
+// this very process id is an earlier process's, since a process has no
+// replacement under way when it looks.
+void DriveRemoveStaleReplacements(const Context& c, const ResolvedPath& path);
 // The names of the files (not folders) in a folder, in no order.
 std::vector<std::string> DriveFileNames(const Context& c, const std::filesystem::path& folder);
 

@@ -18,6 +18,7 @@
 #include <process.h>
 #include <sys/stat.h>
 #else
+#include <csignal>
 #include <unistd.h>
 #endif
 
@@ -66,6 +67,15 @@ constexpr int kTruncateFlags = _O_CREAT | _O_TRUNC;
 constexpr int kFromStartFlags = _O_CREAT;
 constexpr int kNewFlags = _O_CREAT | _O_EXCL;
 int ProcessId() { return ::_getpid(); }
+// Whether the process of this id runs. One that has ended, or no process of
+// that id at all, does not; one this process may not open does.
+bool ProcessRuns(long id) {
+  HANDLE process = ::OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(id));
+  if (!process) return ::GetLastError() != ERROR_INVALID_PARAMETER;
+  const bool runs = ::WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
+  ::CloseHandle(process);
+  return runs;
+}
 // Puts from in the place of to, replacing it.
 int Rename(const fs::path& from, const fs::path& to) {
   if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING)) return 0;
@@ -82,6 +92,7 @@ constexpr int kTruncateFlags = O_CREAT | O_TRUNC;
 constexpr int kFromStartFlags = O_CREAT;
 constexpr int kNewFlags = O_CREAT | O_EXCL;
 int ProcessId() { return static_cast<int>(::getpid()); }
+bool ProcessRuns(long id) { return ::kill(static_cast<pid_t>(id), 0) == 0 || errno != ESRCH; }
 int Rename(const fs::path& from, const fs::path& to) {
   return ::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
@@ -90,7 +101,7 @@ int Rename(const fs::path& from, const fs::path& to) {
 // Opens with flags and writes all of bytes in as few writes as the system
 // allows (one, as a rule, so that reports of engines sharing a file do not
 // tear).
-int HostWrite(const fs::path& host, const std::string& bytes, int flags) {
+int HostWrite(const fs::path& host, std::string_view bytes, int flags) {
   int fd = OpenForWriting(host, flags);
   if (fd < 0) return errno;
   size_t done = 0;
@@ -108,9 +119,10 @@ int HostWrite(const fs::path& host, const std::string& bytes, int flags) {
   return error;
 }
 
-// The new content is written beside the file and then takes its place, so
-// a reader finds either the old file or the new one.
-int HostReplace(const fs::path& host, const std::string& bytes) {
+// The new content is written beside the file as ".<name>.<pid>-<n>.new"
+// and then takes its place, so a reader finds either the old file or the
+// new one.
+int HostReplace(const fs::path& host, std::string_view bytes) {
   static int counter = 0;
   fs::path temp = host.parent_path() / ("." + host.filename().string() + "." +
                                         std::to_string(ProcessId()) + "-" + std::to_string(counter++) +
@@ -129,6 +141,28 @@ int HostReplace(const fs::path& host, const std::string& bytes) {
 }
 
 }  // namespace
+
+void DriveRemoveStaleReplacements(const Context& c, const ResolvedPath& path) {
+  if (c.memory || path.status != ResolvedPath::kOk || c.IsReadOnly(path.windows)) return;
+  const fs::path& host = path.host;
+  const std::string prefix = "." + host.filename().string() + ".";
+  std::vector<fs::path> stale;
+  std::error_code ec;
+  for (const fs::directory_entry& entry : fs::directory_iterator(host.parent_path(), ec)) {
+    const std::string name = entry.path().filename().string();
+    if (name.size() <= prefix.size() + 4 || name.compare(0, prefix.size(), prefix) != 0 ||
+        name.compare(name.size() - 4, 4, ".new") != 0)
+      continue;
+    const std::string middle = name.substr(prefix.size(), name.size() - prefix.size() - 4);   // <pid>-<n>
+    const size_t dash = middle.find_first_not_of("0123456789");
+    if (dash == 0 || dash == std::string::npos || dash > 9 || middle[dash] != '-' || dash + 1 == middle.size() ||
+        middle.find_first_not_of("0123456789", dash + 1) != std::string::npos)
+      continue;
+    const long id = std::stol(middle.substr(0, dash));
+    if (id == ProcessId() || !ProcessRuns(id)) stale.push_back(entry.path());
+  }
+  for (const fs::path& file : stale) fs::remove(file, ec);
+}
 
 bool DriveIsFolder(const Context& c, const fs::path& host) {
   if (c.memory && c.memory->folders.count(Key(host))) return true;
@@ -151,7 +185,7 @@ int DriveRead(const Context& c, const fs::path& host, std::string& bytes) {
   return HostRead(host, bytes);
 }
 
-int DriveWrite(Context& c, const fs::path& host, const std::string& bytes, DriveWriteMode mode) {
+int DriveWrite(Context& c, const fs::path& host, std::string_view bytes, DriveWriteMode mode) {
   if (!c.memory) {
     switch (mode) {
       case DriveWriteMode::kAppend: return HostWrite(host, bytes, kAppendFlags);

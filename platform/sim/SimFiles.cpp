@@ -37,13 +37,19 @@ bool MatchesPattern(const std::string& name, const std::string& pattern) {
   return pi == p.size();
 }
 
-// The failure for a path that cannot be used, or none.
+// The failure for a path that cannot be used, or none; the numbers are
+// those the Windows errors of each case give (ERROR_INVALID_NAME,
+// ERROR_PATH_NOT_FOUND, ERROR_FILENAME_EXCED_RANGE, ERROR_FILE_NOT_FOUND).
+// The NUL device needs no failure: each operation does nothing there.
 Failure PathFailure(const ResolvedPath& path) {
   switch (path.status) {
-    case ResolvedPath::kOk: return {};
+    case ResolvedPath::kOk:
+    case ResolvedPath::kNullDevice: return {};
     case ResolvedPath::kBadName: return StandardFailure(platform::kErrBadFileNameOrNumber);
     case ResolvedPath::kNoDevice:   // a drive, server or share the client does not have
     case ResolvedPath::kNoDrive: return StandardFailure(platform::kErrPathNotFound);
+    case ResolvedPath::kTooLong: return StandardFailure(platform::kErrPathFileAccess);
+    case ResolvedPath::kNoSuchDevice: return StandardFailure(platform::kErrFileNotFound);
   }
   return {};
 }
@@ -64,7 +70,7 @@ Failure ErrnoFailure(int error) {
 // Checks a file about to be created or changed: its folder exists (drive
 // C:'s own folder is made on demand), it is not a folder, it is writable.
 Failure CheckWritable(Context& c, const ResolvedPath& path) {
-  if (Failure f = PathFailure(path); f.failed()) return f;
+  if (Failure f = PathFailure(path); f.failed() || path.status == ResolvedPath::kNullDevice) return f;
   if (c.IsReadOnly(path.windows)) return StandardFailure(platform::kErrPermissionDenied);
   if (DriveIsFolder(c, path.host)) return StandardFailure(platform::kErrPathFileAccess);
   fs::path parent = path.host.parent_path();
@@ -87,6 +93,10 @@ Failure FolderNameFailure(Context& c, const std::string& windowsPath) {
 // Reads a file that is to be there: a folder gives 75, a missing file 53, a
 // missing folder 76, a file that cannot be opened 70.
 Failure ReadExisting(const Context& c, const ResolvedPath& path, std::string& bytes) {
+  if (path.status == ResolvedPath::kNullDevice) {
+    bytes.clear();
+    return {};
+  }
   if (DriveIsFolder(c, path.host)) return StandardFailure(platform::kErrPathFileAccess);
   if (!DriveIsFile(c, path.host)) {
     return StandardFailure(DriveIsFolder(c, path.host.parent_path()) ? platform::kErrFileNotFound
@@ -97,7 +107,8 @@ Failure ReadExisting(const Context& c, const ResolvedPath& path, std::string& by
 }
 
 // Writes a checked file and notes it as written.
-Failure Write(Context& c, const ResolvedPath& path, const std::string& bytes, DriveWriteMode mode) {
+Failure Write(Context& c, const ResolvedPath& path, std::string_view bytes, DriveWriteMode mode) {
+  if (path.status == ResolvedPath::kNullDevice) return {};
   if (int error = DriveWrite(c, path.host, bytes, mode); error != 0) return ErrnoFailure(error);
   c.NoteFileWritten(path.windows);
   return {};
@@ -144,6 +155,7 @@ class SimFiles : public platform::Files {
     if (const Fault* f = c.TakeFault("ReadText", windowsPath)) return StandardFailure(f->lastError);
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = PathFailure(path); f.failed()) return f;
+    DriveRemoveStaleReplacements(c, path);
     return ReadExisting(c, path, content);
   }
 
@@ -153,6 +165,7 @@ class SimFiles : public platform::Files {
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = CheckWritable(c, path); f.failed()) return f;
+    DriveRemoveStaleReplacements(c, path);
     return Write(c, path, content, DriveWriteMode::kAppend);
   }
 
@@ -162,6 +175,7 @@ class SimFiles : public platform::Files {
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = CheckWritable(c, path); f.failed()) return f;
+    DriveRemoveStaleReplacements(c, path);
     return Write(c, path, content, DriveWriteMode::kReplace);
   }
 
@@ -171,7 +185,8 @@ class SimFiles : public platform::Files {
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = CheckWritable(c, path); f.failed()) return f;
-    return Write(c, path, std::string(bytes.begin(), bytes.end()), DriveWriteMode::kFromStart);
+    const std::string_view view(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    return Write(c, path, view, DriveWriteMode::kFromStart);
   }
 
   Failure FileCopy(const std::string& source, const std::string& target) override {
@@ -180,16 +195,19 @@ class SimFiles : public platform::Files {
       return StandardFailure(f->lastError);
     ResolvedPath from = c.Resolve(source);
     if (Failure f = PathFailure(from); f.failed()) return f;
-    if (DriveIsFolder(c, from.host)) return StandardFailure(platform::kErrPathFileAccess);
-    if (!DriveIsFile(c, from.host)) {
-      return StandardFailure(DriveIsFolder(c, from.host.parent_path()) ? platform::kErrFileNotFound
-                                                                       : platform::kErrPathNotFound);
+    std::string bytes;
+    if (from.status != ResolvedPath::kNullDevice) {
+      if (DriveIsFolder(c, from.host)) return StandardFailure(platform::kErrPathFileAccess);
+      if (!DriveIsFile(c, from.host)) {
+        return StandardFailure(DriveIsFolder(c, from.host.parent_path()) ? platform::kErrFileNotFound
+                                                                         : platform::kErrPathNotFound);
+      }
     }
     if (Failure f = FolderNameFailure(c, target); f.failed()) return f;
     ResolvedPath to = c.Resolve(target);
     if (Failure f = CheckWritable(c, to); f.failed()) return f;
-    std::string bytes;
-    if (DriveRead(c, from.host, bytes) != 0) return StandardFailure(platform::kErrPermissionDenied);
+    if (from.status != ResolvedPath::kNullDevice && DriveRead(c, from.host, bytes) != 0)
+      return StandardFailure(platform::kErrPermissionDenied);
     return Write(c, to, bytes, DriveWriteMode::kTruncate);
   }
 };

@@ -635,6 +635,16 @@ Machine MachineFromText(const std::string& text, const std::string& name) {
     std::string reason = colon == std::string::npos ? what : what.substr(colon + 2);
     throw MachineError{name + ": line " + std::to_string(line) + ", column " +
                        std::to_string(column) + ": invalid JSON: " + reason};
+  } catch (const nlohmann::json::out_of_range& e) {
+    // A number beyond the range of a double: the parser names the number,
+    // not where it stands.
+    const std::string what = e.what();
+    const size_t open = what.find('\''), close = what.rfind('\'');
+    const std::string number = open < close ? what.substr(open + 1, close - open - 1) : std::string();
+    const size_t at = number.empty() ? std::string::npos : text.find(number);
+    auto [line, column] = LineAndColumn(text, at == std::string::npos ? 0 : at);
+    throw MachineError{name + ": line " + std::to_string(line) + ", column " + std::to_string(column) +
+                       ": invalid JSON: number out of range: " + number};
   }
   return ReadMachine(Reader(name), root);
 }

@@ -130,9 +130,14 @@ bool IsWinIniName(const std::string& fileName) { return SameNoCase(fileName, "wi
 std::vector<IniSection> LoadProfileFile(const Context& c, const std::string& fileName, uint32_t& error) {
   error = 0;
   ResolvedPath path = c.Resolve(ProfileFilePath(c, fileName));
-  if (path.status != ResolvedPath::kOk && path.status != ResolvedPath::kNoDevice) {
-    error = path.status == ResolvedPath::kBadName ? 123 : ERROR_FILE_NOT_FOUND;   // ERROR_INVALID_NAME
-    return {};
+  switch (path.status) {
+    case ResolvedPath::kOk:
+    case ResolvedPath::kNoDevice: break;
+    case ResolvedPath::kNullDevice: return {};
+    case ResolvedPath::kBadName: error = 123; return {};    // ERROR_INVALID_NAME
+    case ResolvedPath::kTooLong: error = 206; return {};    // ERROR_FILENAME_EXCED_RANGE
+    case ResolvedPath::kNoDrive:
+    case ResolvedPath::kNoSuchDevice: error = ERROR_FILE_NOT_FOUND; return {};
   }
   if (DriveIsFolder(c, path.host)) {
     error = ERROR_ACCESS_DENIED;

@@ -25,6 +25,11 @@ bool PumpSocketEvents();
 // Waits until a socket event may be pending, or for at most limit.
 void WaitForSocketEvents(std::chrono::steady_clock::duration limit);
 
+// Counts the progress pulses the engine took without a call
+// (platform::QuietPulses) as moves of the bar of c.
+struct Context;
+void CountQuietPulses(Context& c);
+
 // Every service of the simulated platform.
 platform::ServiceSet SimulatedServices();
 // The services given, each call recorded in Current().trace (SimTrace.cpp).

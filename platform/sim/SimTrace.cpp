@@ -619,7 +619,7 @@ platform::ServiceSet TracedServices(const platform::ServiceSet& inner) {
   sockets.inner = inner.sockets;
   spooler.inner = inner.spooler;
   directory.inner = inner.directory;
-  return {&system, &profile, &registry, &eventLog, &files, &clock, &ui, &sockets, &spooler, &directory};
+  return {{}, &system, &profile, &registry, &eventLog, &files, &clock, &ui, &sockets, &spooler, &directory};
 }
 
 }  // namespace sim

@@ -35,6 +35,26 @@ const Fault* CheckFault(Context& c, const char* call, const std::string& arg = s
 // The longest a waiting pump sleeps before it looks again.
 constexpr auto kLongestIdle = std::chrono::milliseconds(100);
 
+// The progress pulses a pump grants when nothing can come due: the pump
+// still runs every kQuietPulses + 1 pulses and looks at the run's limit.
+constexpr int kQuietPulses = 4095;
+
+// Only while the progress window exists, and none while a fault may fire on
+// the calls of a pulse or an event may come (a tick, a socket event).
+int QuietPulsesFor(const Context& c) {
+  const bool quiet = c.progress.created && c.machine.faults.empty() && c.timers.empty() &&
+                     c.socketTable.empty();
+  return quiet ? kQuietPulses : 0;
+}
+
+// The context of a call of this service, with the pulses taken quietly
+// before it counted.
+Context& Enter() {
+  Context& c = Current();
+  CountQuietPulses(c);
+  return c;
+}
+
 // Runs the ticks that are due, one a timer; true when any ran.
 bool RunDueTimers(Context& c) {
   if (c.timers.empty()) return false;
@@ -97,7 +117,7 @@ void Round(Context& c, bool mayWait) {
 class SimUserInterface : public platform::UserInterface {
  public:
   int MessageBox(const std::string& text, const std::string& title, UINT style) override {
-    Context& c = Current();
+    Context& c = Enter();
     if (const Fault* f = c.TakeFault("MessageBox", std::vector<std::string>{text, title}))
       return static_cast<int>(f->result);
     c.messageBoxes.push_back(nlohmann::json{{"title", title}, {"text", text}, {"style", style}});
@@ -105,7 +125,7 @@ class SimUserInterface : public platform::UserInterface {
   }
 
   void DoEvents() override {
-    Context& c = Current();
+    Context& c = Enter();
     // Nothing but pumping since the last pump: the engine is in a wait loop.
     bool waiting = c.boundaryCalls == c.callsAtLastPump;
     if (CheckFault(c, "DoEvents")) {
@@ -113,10 +133,11 @@ class SimUserInterface : public platform::UserInterface {
       return;
     }
     Round(c, waiting);
+    platform::Services().pulses.granted = QuietPulsesFor(c);
   }
 
   void WaitForEvents() override {
-    Context& c = Current();
+    Context& c = Enter();
     if (CheckFault(c, "WaitForEvents")) {
       c.callsAtLastPump = c.boundaryCalls;
       return;
@@ -125,7 +146,7 @@ class SimUserInterface : public platform::UserInterface {
   }
 
   int CreateTimer(platform::TimerEvents* owner, DWORD intervalMs, bool enabled) override {
-    Context& c = Current();
+    Context& c = Enter();
     if (const Fault* f = c.TakeFault("CreateTimer", "")) return static_cast<int>(f->result);
     int id = c.nextTimer++;
     SimTimer timer;
@@ -138,7 +159,7 @@ class SimUserInterface : public platform::UserInterface {
   }
 
   void EnableTimer(int timer, bool enabled) override {
-    Context& c = Current();
+    Context& c = Enter();
     if (c.TakeFault("EnableTimer", "")) return;
     auto it = c.timers.find(timer);
     if (it == c.timers.end()) return;
@@ -148,13 +169,13 @@ class SimUserInterface : public platform::UserInterface {
   }
 
   void DestroyTimer(int timer) override {
-    Context& c = Current();
+    Context& c = Enter();
     if (c.TakeFault("DestroyTimer", "")) return;
     c.timers.erase(timer);
   }
 
   HWND CreateProgressWindow() override {
-    Context& c = Current();
+    Context& c = Enter();
     if (const Fault* f = c.TakeFault("CreateProgressWindow", ""))
       return reinterpret_cast<HWND>(static_cast<intptr_t>(f->result));
     c.progress.created = true;
@@ -162,41 +183,49 @@ class SimUserInterface : public platform::UserInterface {
   }
 
   void ShowProgressWindow() override {
-    Context& c = Current();
+    Context& c = Enter();
     if (CheckFault(c, "ShowProgressWindow")) return;
     c.progress.shown = true;
   }
 
   void SetProgressLabel(const std::string& text) override {
-    Context& c = Current();
+    Context& c = Enter();
     if (CheckFault(c, "SetProgressLabel", text)) return;
     c.progress.labels.push_back(text);
   }
 
   void SetProgressBar(int maximum, int value) override {
-    Context& c = Current();
+    Context& c = Enter();
     if (CheckFault(c, "SetProgressBar")) return;
     c.progress.maximum = maximum;
     c.progress.value = value;
   }
 
   void MoveProgressBar(int value) override {
-    Context& c = Current();
+    Context& c = Enter();
     if (CheckFault(c, "MoveProgressBar")) return;
     ++c.progress.steps;
     c.progress.value = value;
   }
 
-  void RedrawProgressWindow() override { CheckFault(Current(), "RedrawProgressWindow"); }
+  void RedrawProgressWindow() override { CheckFault(Enter(), "RedrawProgressWindow"); }
 
   void DestroyProgressWindow() override {
-    Context& c = Current();
+    Context& c = Enter();
     if (CheckFault(c, "DestroyProgressWindow")) return;
     c.progress.created = false;
   }
 };
 
 }  // namespace
+
+void CountQuietPulses(Context& c) {
+  platform::QuietPulses& pulses = platform::Services().pulses;
+  if (pulses.taken == 0) return;
+  c.progress.steps += pulses.taken;
+  c.progress.value = pulses.value;
+  pulses.taken = 0;
+}
 
 platform::UserInterface& UserInterfaceService() {
   static SimUserInterface service;

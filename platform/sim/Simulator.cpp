@@ -75,7 +75,10 @@ class SimClient : public Client {
     return {};
   }
 
-  nlohmann::json Transcript() override { return context_.Transcript(); }
+  nlohmann::json Transcript() override {
+    if (&Current() == &context_) CountQuietPulses(context_);
+    return context_.Transcript();
+  }
 
  private:
   void InstallFor(const RunOptions& options) {

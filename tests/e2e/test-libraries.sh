@@ -2,20 +2,26 @@
 # The libraries a run loads, as Wine's loaddll channel reports them: a run
 # that takes the already-succeeded path with no window and no pop-up loads
 # neither the spooler nor the window or graphics libraries, on each
-# generation's status store; a run that needs them loads them.
+# generation's status store; a run that needs them loads them; a DLL named as
+# a system library beside the engine is never loaded.
 source "$(dirname "$0")/lib.sh"
+here=$(cd "$(dirname "$0")" && pwd)
 
-# The DLLs the engine's process loaded in the last run, one a line, lower
-# case, without their folders. The engine has one thread: the lines of other
-# processes (Wine's own, started meanwhile) carry other thread numbers.
-loaded_dlls() {
+# The files of the DLLs the engine's process loaded in the last run, one a
+# line, lower case, with their folders. The engine has one thread: the lines
+# of other processes (Wine's own, started meanwhile) carry other thread
+# numbers.
+loaded_files() {
   local thread
   thread=$(sed -n 's/^\([0-9a-f]*\):trace:loaddll:.*Loaded L".*\\ZandolinEngine\.exe".*/\1/p' \
     "$RUN_ERR" | head -n 1)
   [ -n "$thread" ] || return
   sed -n "s/^$thread:trace:loaddll:[a-z_]* Loaded L\"\\(.*\\)\" at .*/\\1/p" "$RUN_ERR" |
-    sed 's/.*\\//' | tr 'A-Z' 'a-z'
+    sed 's/\\\\/\\/g' | tr 'A-Z' 'a-z'
 }
+
+# The same DLLs without their folders.
+loaded_dlls() { loaded_files | sed 's/.*\\//'; }
 
 # check_loads NAME DLL: the last run loaded the DLL.
 check_loads() {
@@ -80,5 +86,27 @@ check_line "pop-up run takes the already-succeeded path" "$(e2e_debug_log)" "$al
 check_loads "the pop-up of the already-succeeded path loads the window library" user32.dll
 check_eq "the pop-up of the already-succeeded path loads no spooler" "" \
   "$(loaded_dlls | grep -Fx winspool.drv)"
+
+# DLLs named as the spooler and the profile library, put beside the engine in
+# the deployment folder (a share that others may write to): a first run loads
+# both libraries, from the system folder, and nothing from that folder but
+# the engine itself.
+planted="$E2E_TMP/planted.dll"
+if ! x86_64-w64-mingw32-g++ -O2 -shared -static -o "$planted" "$here/planted-dll.cpp" \
+  2>"$E2E_TMP/planted.build"; then
+  e2e_fail "the planted DLL builds" "$(cat "$E2E_TMP/planted.build")"
+else
+  e2e_deploy Libraries-Planted
+  cp "$planted" "$DEPLOY_DIR/winspool.drv"
+  cp "$planted" "$DEPLOY_DIR/userenv.dll"
+  e2e_ini "$DEPLOY_DIR/libraries.ini"
+  E2E_WINEDEBUG=+loaddll e2e_run
+  check_eq "beside planted DLLs: the run ends with exit code 0" 0 "$RUN_RC"
+  check_loads "beside planted DLLs: the run loads the spooler" winspool.drv
+  check_loads "beside planted DLLs: the run loads the profile library" userenv.dll
+  deploy=$(echo "$DEPLOY" | tr 'A-Z' 'a-z')
+  check_eq "beside planted DLLs: nothing is loaded from the deployment folder but the engine" \
+    "$deploy\\zandolinengine.exe" "$(loaded_files | grep -F "$deploy\\")"
+fi
 
 e2e_remove_printers "E2E Libraries"

@@ -83,4 +83,4 @@ check_eq "zandolin-debug.exe --version prints the project's version" \
 out=$(cd "$E2E_TMP" && wine "$(winepath -w "$debug_exe" 2>/dev/null)" --help 2>&1)
 rc=$?
 check_eq "zandolin-debug.exe --help prints the usage first, exit 0" \
-  "usage: zandolin-debug FILE (exit 0)" "$(tr -d '\r' <<<"$out" | head -n 1) (exit $rc)"
+  "usage: zandolin-debug [--whole | --end BYTES] FILE (exit 0)" "$(tr -d '\r' <<<"$out" | head -n 1) (exit $rc)"
