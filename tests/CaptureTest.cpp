@@ -7,6 +7,7 @@
 #include "IniFileBuilder.h"
 #include "SimFixture.h"
 #include "Version.h"
+#include "platform/sim/SimCodePage.h"
 #include "platform/sim/Simulator.h"
 
 #include <gtest/gtest.h>
@@ -29,6 +30,8 @@ std::string Slurp(const fs::path& file) {
 }
 
 // The output folder on the host; a failure can be set on one file name.
+// Paths come in the ANSI code page of the clients captured here (1252), and
+// are names on the host in UTF-8, as the A-calls of Windows take them.
 class HostOutput : public capture::Output {
  public:
   explicit HostOutput(fs::path root, std::string failOn = "") : root_(std::move(root)), failOn_(std::move(failOn)) {}
@@ -61,7 +64,7 @@ class HostOutput : public capture::Output {
 
  private:
   fs::path Full(const std::string& path) const {
-    std::string relative = path;
+    std::string relative = sim::CodePage::Find(1252)->ToUtf8(path);
     for (char& ch : relative)
       if (ch == '\\') ch = '/';
     return relative.empty() ? root_ : root_ / relative;

@@ -719,6 +719,8 @@ ClientPlan RandomClient(Rng& rng, const std::string& smtpPort, size_t many = 0) 
     case 1: plan.machine["os"] = {{"platformId", 1}, {"majorVersion", 4}, {"minorVersion", 10}}; break;
     default: break;
   }
+  // A client set to UTF-8, so that names of every script reach the log whole.
+  plan.machine["os"]["ansiCodePage"] = 65001;
   plan.ini = RandomIni(rng, plan.machine, foreign, smtpPort);
   return plan;
 }

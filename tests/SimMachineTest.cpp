@@ -277,9 +277,11 @@ TEST_F(SimMachineTest, LoadMachine_SyntaxError_GivesLineAndColumn) {
 
 // Found by fuzz/fuzz_machine: the parser's out-of-range error escaped.
 TEST_F(SimMachineTest, LoadMachine_NumberBeyondADouble_GivesLineAndColumn) {
-  EXPECT_EQ(ErrorOf("{\n  \"timerIntervalMs\": 1e400\n}\n"),
-            File() + ": line 2, column 22: invalid JSON: number out of range: 1e400");
-  EXPECT_EQ(ErrorOf("[-1e663]"), File() + ": line 1, column 2: invalid JSON: number out of range: -1e663");
+  const std::string expected =
+      " is beyond the range of a double (expected a number from -1.7976931348623157e308 to "
+      "1.7976931348623157e308)";
+  EXPECT_EQ(ErrorOf("{\n  \"timerIntervalMs\": 1e400\n}\n"), File() + ": line 2, column 22: the number 1e400" + expected);
+  EXPECT_EQ(ErrorOf("[-1e663]"), File() + ": line 1, column 2: the number -1e663" + expected);
 }
 
 TEST_F(SimMachineTest, LoadMachine_TopLevelNotAnObject_IsRefused) {
@@ -448,4 +450,93 @@ TEST_F(SimMachineTest, ClientLoad_BadMachineJson_ThrowsMachineError) {
   }
 }
 
+// ---------------------------------------------------------------- input that is no machine.json
+
+TEST_F(SimMachineTest, LoadMachine_NumberBeyondADouble_NamesItsPlaceWherever) {
+  const std::string range = " is beyond the range of a double (expected a number from "
+                            "-1.7976931348623157e308 to 1.7976931348623157e308)";
+  EXPECT_EQ(ErrorOf(R"({"os": {"platformId": 1e400}})"),
+            File() + ": line 1, column 23: the number 1e400" + range);
+  EXPECT_EQ(ErrorOf("{\n  \"unknownField\": [1, 2,\n    -1E+999]\n}"),
+            File() + ": line 3, column 5: the number -1E+999" + range);
+  EXPECT_EQ(ErrorOf(R"({"registry": {"HKCU\\X": {"V": {"type": 4, "data": 9.9e9999}}}})"),
+            File() + ": line 1, column 52: the number 9.9e9999" + range);
+  EXPECT_EQ(ErrorOf("1e400"), File() + ": line 1, column 1: the number 1e400" + range);
+}
+
+TEST_F(SimMachineTest, LoadMachine_FieldTwiceInAnObject_NamesTheField) {
+  const std::string twice = "': stands twice in its object (expected each field once)";
+  EXPECT_EQ(ErrorOf(R"({"os": {}, "os": {}})"), File() + ": field 'os" + twice);
+  EXPECT_EQ(ErrorOf(R"({"printers": [{"name": "a"}, {"name": "b", "name": "c"}]})"),
+            File() + ": field 'printers[1].name" + twice);
+  EXPECT_EQ(ErrorOf(R"({"registry": {"HKCU\\X": {"V": "a", "V": "b"}}})"),
+            File() + ": field 'registry.HKCU\\X.V" + twice);
+  // Names that differ in case are two fields, as JSON has it.
+  EXPECT_EQ(ErrorOf(R"({"winIni": {"Windows": {}, "windows": {}}})"), "(loaded)");
+}
+
+TEST_F(SimMachineTest, LoadMachine_TextThatIsNoUtf8OrHoldsNul_IsRefused) {
+  EXPECT_EQ(ErrorOf("{\"userName\": \"J\xFCrgen\"}"),
+            File() + ": line 1, column 16: invalid JSON: syntax error while parsing value - invalid string: "
+                     "ill-formed UTF-8 byte; last read: '\"J\xFC'");
+  EXPECT_EQ(ErrorOf(R"({"userName": "\ud800"})"),
+            File() + ": line 1, column 21: invalid JSON: syntax error while parsing value - invalid string: "
+                     "surrogate U+D800..U+DBFF must be followed by U+DC00..U+DFFF; last read: '\"\\ud800\"'");
+  EXPECT_EQ(ErrorOf(R"({"userName": "a\u0000b"})"),
+            File() + ": field 'userName': expected a string without NUL characters");
+  EXPECT_EQ(ErrorOf(R"({"printServers": {"N\u0000": {}}})"),
+            File() + ": field 'printServers.N\\u0000': expected a name without NUL characters");
+  // A registry value and an event's data are bytes: NULs are theirs.
+  EXPECT_EQ(ErrorOf(R"({"registry": {"HKCU\\X": {"V": "a\u0000b"}}, "eventLog": [{"data": "x\u0000"}]})"),
+            "(loaded)");
+}
+
+TEST_F(SimMachineTest, LoadMachine_DeepNestingAndHugeNumbers_AreNamedNotFatal) {
+  EXPECT_EQ(ErrorOf("{\"capture\": {\"notes\": " + std::string(200000, '[') + std::string(200000, ']') + "}}"),
+            File() + ": field 'capture.notes[0]': expected a string");
+  EXPECT_EQ(ErrorOf(std::string(200000, '[') + std::string(200000, ']')),
+            File() + ": field '(top level)': expected an object");
+  EXPECT_EQ(ErrorOf(R"({"timerIntervalMs": 18446744073709551616})"),
+            File() + ": field 'timerIntervalMs': expected an integer");
+  EXPECT_EQ(ErrorOf(R"({"os": {"majorVersion": 4294967296}})"),
+            File() + ": field 'os.majorVersion': expected an integer from 0 to 4294967295");
+  EXPECT_EQ(ErrorOf(R"({"faults": [{"call": "X", "skip": 1.5}]})"),
+            File() + ": field 'faults[0].skip': expected an integer");
+  EXPECT_EQ(ErrorOf(R"({"printers": [{"name": "x", "attributes": -1}]})"),
+            File() + ": field 'printers[0].attributes': expected an integer from 0 to 4294967295");
+}
+
+TEST_F(SimMachineTest, LoadMachine_NoDocumentOrNoFile_IsNamed) {
+  EXPECT_EQ(ErrorOf(""), File() + ": line 1, column 1: invalid JSON: syntax error while parsing value - "
+                                  "unexpected end of input; expected '[', '{', or a literal");
+  EXPECT_EQ(ErrorOf("{} {}"), File() + ": line 1, column 4: invalid JSON: syntax error while parsing value - "
+                                       "unexpected '{'; expected end of input");
+  fs::remove(dir / "machine.json");
+  fs::create_directory(dir / "machine.json");
+  try {
+    sim::LoadMachine(dir);
+    ADD_FAILURE() << "loaded";
+  } catch (const sim::MachineError& e) {
+    EXPECT_EQ(e.message, File() + ": is a folder (expected a file)");
+  }
+}
+
+TEST_F(SimMachineTest, LoadMachine_CodePageNotServed_NamesTheServedOnes) {
+  EXPECT_EQ(ErrorOf(R"({"os": {"ansiCodePage": 437}})"),
+            File() + ": field 'os.ansiCodePage': expected an ANSI code page the simulated client serves: "
+                     "874, 932, 936, 949, 950, 1250, 1251, 1252, 1253, 1254, 1255, 1256, 1257, 1258, 65001");
+}
+
+TEST_F(SimMachineTest, SaveMachine_FolderGone_IsAMachineError) {
+  sim::Machine m;
+  fs::path gone = dir / "gone";
+  try {
+    sim::SaveMachine(gone, m);
+    ADD_FAILURE() << "saved";
+  } catch (const sim::MachineError& e) {
+    EXPECT_EQ(e.message, (gone / "machine.json").string() + ": cannot be written");
+  }
+}
+
 }  // namespace
+

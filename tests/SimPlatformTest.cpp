@@ -3,7 +3,9 @@
 #include "SimFixture.h"
 #include "tests/IniFileBuilder.h"
 
+#include "diagnostics/modDebug.h"
 #include "engine/Runtime.h"
+#include "notification/modNotification.h"
 #include "platform/sim/SimContext.h"
 
 #include <csignal>
@@ -145,7 +147,128 @@ TEST_F(SimPlatformTest, PrivateProfile_Utf16File_IsReadAsText) {
   }
   WriteFile("C:\\Deploy\\u.ini", bytes);
   Install();
-  EXPECT_EQ(Value(ReadProfile("S", "K", "C:\\Deploy\\u.ini")), "v\xC3\xA9");
+  EXPECT_EQ(Value(ReadProfile("S", "K", "C:\\Deploy\\u.ini")), "v\xE9");
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_SectionLines_AsWindowsReadsThem) {
+  // Blanks inside the brackets, a name that ends at the first "]", a line
+  // without "]", and text after the "]".
+  WriteFile("C:\\Deploy\\a.ini",
+            "[ GENERAL ]\r\nA=1\r\n[\t\vTAB \t]\r\nB=2\r\n  [OPEN  \r\nC=3\r\n[FIRST]x]\r\nD=4\r\n"
+            "[S]E=5\r\nF=6\r\n");
+  Install();
+  EXPECT_EQ(Value(ReadProfile("GENERAL", "A", "C:\\Deploy\\a.ini")), "1");
+  EXPECT_EQ(Value(ReadProfile("TAB", "B", "C:\\Deploy\\a.ini")), "2");
+  EXPECT_EQ(Value(ReadProfile("OPEN", "C", "C:\\Deploy\\a.ini")), "3");
+  EXPECT_EQ(Value(ReadProfile("FIRST", "D", "C:\\Deploy\\a.ini")), "4");
+  EXPECT_EQ(Value(ReadProfile("FIRST]x", "D", "C:\\Deploy\\a.ini")), "");
+  EXPECT_EQ(Value(ReadProfile("S", "E", "C:\\Deploy\\a.ini")), "");
+  EXPECT_EQ(Value(ReadProfile("S", "F", "C:\\Deploy\\a.ini")), "6");
+  ProfileRead sections = ReadProfile(nullptr, nullptr, "C:\\Deploy\\a.ini", 40);
+  EXPECT_EQ(sections.count, 25u);
+  EXPECT_EQ(sections.buffer.substr(0, 26), std::string("GENERAL\0TAB\0OPEN\0FIRST\0S\0\0", 26));
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_LoneCarriageReturn_EndsALine) {
+  WriteFile("C:\\Deploy\\a.ini", "[S]\rA=1\rB=2\r\n\n[T]\nC=3");
+  Install();
+  EXPECT_EQ(Value(ReadProfile("S", "A", "C:\\Deploy\\a.ini")), "1");
+  EXPECT_EQ(Value(ReadProfile("S", "B", "C:\\Deploy\\a.ini")), "2");
+  EXPECT_EQ(Value(ReadProfile("T", "C", "C:\\Deploy\\a.ini")), "3");
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_NulInsideAValue_IsPartOfIt) {
+  WriteFile("C:\\Deploy\\a.ini", std::string("[S]\r\nA=ab\0cd\r\n", 15));
+  Install();
+  ProfileRead r = ReadProfile("S", "A", "C:\\Deploy\\a.ini", 10);
+  EXPECT_EQ(r.count, 5u);
+  EXPECT_EQ(r.buffer.substr(0, 6), std::string("ab\0cd\0", 6));
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_Utf16BigEndian_IsNotUnderstood) {
+  std::string bytes = "\xFE\xFF";
+  for (char c : std::string("[S]\r\nA=1\r\n")) bytes += std::string(1, '\0') + c;
+  WriteFile("C:\\Deploy\\a.ini", bytes);
+  Install();
+  ProfileRead r = ReadProfile("S", "A", "C:\\Deploy\\a.ini");
+  EXPECT_EQ(r.count, 0u);
+  EXPECT_EQ(r.lastError, 0u);
+  ProfileRead sections = ReadProfile(nullptr, nullptr, "C:\\Deploy\\a.ini", 10);
+  EXPECT_EQ(sections.count, 0u);
+  EXPECT_EQ(sections.buffer.substr(0, 2), std::string("\0 ", 2));   // one NUL, the blank after it left
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_Utf8ByteOrderMark_BreaksTheFirstLine) {
+  WriteFile("C:\\Deploy\\a.ini", "\xEF\xBB\xBF[S]\r\nA=Grüße\r\n[T]\r\nB=Grüße\r\n");
+  Install();
+  EXPECT_EQ(Value(ReadProfile("S", "A", "C:\\Deploy\\a.ini", 100, "none")), "none");
+  // The rest is read in the code page: UTF-8 bytes are 1252 characters.
+  EXPECT_EQ(Value(ReadProfile("T", "B", "C:\\Deploy\\a.ini")), "Gr\xC3\xBC\xC3\x9F" "e");
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_Utf16LittleEndian_GivesTheCodePagesBytes) {
+  std::u16string text = u"[S]\r\nA=Drücker 日本\r\n";
+  std::string bytes = "\xFF\xFE";
+  for (char16_t u : text) bytes += std::string{static_cast<char>(u & 0xFF), static_cast<char>(u >> 8)};
+  WriteFile("C:\\Deploy\\a.ini", bytes);
+  Install();
+  EXPECT_EQ(Value(ReadProfile("S", "A", "C:\\Deploy\\a.ini")), "Dr\xFC" "cker ??");
+  machine["os"] = {{"ansiCodePage", 932}};
+  Install();
+  EXPECT_EQ(Value(ReadProfile("S", "A", "C:\\Deploy\\a.ini")), "Drucker \x93\xFA\x96\x7B");
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_BytesAbove7F_AreCharactersOfTheCodePage) {
+  WriteFile("C:\\Deploy\\a.ini", "[S]\r\nA=\x93\xFA\x96\x7B\r\nB=\x81\r\n[\x93\xFA]\r\nC=\xFC\r\n");
+  Install();
+  EXPECT_EQ(Value(ReadProfile("S", "A", "C:\\Deploy\\a.ini")), "\x93\xFA\x96\x7B");
+  EXPECT_EQ(Value(ReadProfile("S", "B", "C:\\Deploy\\a.ini")), "\x81");
+  EXPECT_EQ(Value(ReadProfile("\x93\xFA", "C", "C:\\Deploy\\a.ini")), "\xFC");
+  machine["os"] = {{"ansiCodePage", 932}};
+  Install();
+  EXPECT_EQ(Value(ReadProfile("S", "A", "C:\\Deploy\\a.ini")), "\x93\xFA\x96\x7B");
+  // A lead byte takes the CR along: the line goes on to the LF, and the
+  // pair, no character, becomes the default character U+30FB.
+  EXPECT_EQ(Value(ReadProfile("S", "B", "C:\\Deploy\\a.ini")), "\x81\x45");
+  // 0xFC starts a pair with the CR: the value is U+30FB, bytes 81 45.
+  EXPECT_EQ(Value(ReadProfile("\x93\xFA", "C", "C:\\Deploy\\a.ini")), "\x81\x45");
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_QuotedValueOneLongerThanTheBuffer_KeepsAllItFits) {
+  WriteFile("C:\\Deploy\\a.ini", "[S]\r\nQ=  \"abcd\"  \r\n");
+  Install();
+  for (DWORD size : {4u, 5u, 6u}) {
+    ProfileRead r = ReadProfile("S", "Q", "C:\\Deploy\\a.ini", size);
+    std::string expected = size == 4 ? "abc" : "abcd";
+    EXPECT_EQ(r.count, expected.size()) << size;
+    EXPECT_EQ(Value(r), expected) << size;
+  }
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_DoubleByteValueCutToTheBuffer_KeepsWholeCharacters) {
+  WriteFile("C:\\Deploy\\a.ini", "[S]\r\nA=a\x93\xFA\x96\x7B\r\n");
+  machine["os"] = {{"ansiCodePage", 932}};
+  Install();
+  ProfileRead r = ReadProfile("S", "A", "C:\\Deploy\\a.ini", 3);
+  EXPECT_EQ(r.count, 1u);
+  EXPECT_EQ(r.buffer.substr(0, 2), std::string("a\0", 2));
+  r = ReadProfile("S", "A", "C:\\Deploy\\a.ini", 4);
+  EXPECT_EQ(r.count, 3u);
+  EXPECT_EQ(r.buffer.substr(0, 4), std::string("a\x93\xFA\0", 4));
+}
+
+TEST_F(SimPlatformTest, PrivateProfile_KeysAndNames_AsWindowsListsAndFindsThem) {
+  WriteFile("C:\\Deploy\\a.ini",
+            "A=before any section\r\n[S]\r\nname1=v1\r\nname3\r\n;name5=hidden\r\nname4=v4\r\n[S]\r\nname6=v6\r\n");
+  Install();
+  ProfileRead keys = ReadProfile("S", nullptr, "C:\\Deploy\\a.ini", 40);
+  EXPECT_EQ(keys.count, 12u);
+  EXPECT_EQ(keys.buffer.substr(0, 13), std::string("name1\0name4\0\0", 13));
+  EXPECT_EQ(Value(ReadProfile("S", "name6", "C:\\Deploy\\a.ini", 100, "first section only")),
+            "first section only");
+  EXPECT_EQ(Value(ReadProfile("", "A", "C:\\Deploy\\a.ini", 100, "none")), "none");
+  EXPECT_EQ(Value(ReadProfile("  S  ", "  name1 ", "C:\\Deploy\\a.ini")), "v1");
+  EXPECT_EQ(Value(ReadProfile("\tS", "name1", "C:\\Deploy\\a.ini", 100, "tab kept")), "tab kept");
 }
 
 TEST_F(SimPlatformTest, ProfileString_ReadsAndWritesWinIni) {
@@ -786,11 +909,6 @@ TEST_F(SimPlatformTest, EventLog_StringOver31839Characters_RefusedWith1500AndNot
   EXPECT_EQ(Sys().eventLog->ReportEventA(source, 4, 0, 20001, nullptr, 1, 31841, tooLong,
                                          const_cast<char*>(longer.c_str())), FALSE);
   EXPECT_EQ(Sys().system->GetLastError(), 1500u);
-  // Characters count, not bytes: 31,839 two-byte characters pass.
-  std::string accents;
-  for (int i = 0; i < 31839; ++i) accents += "\xC3\xA9";
-  LPCSTR wide[] = {accents.c_str()};
-  EXPECT_EQ(Sys().eventLog->ReportEventA(source, 4, 0, 20001, nullptr, 1, 0, wide, nullptr), TRUE);
   // More data than the event log takes.
   const std::string data(61441, 'd');
   LPCSTR small[] = {"x"};
@@ -798,10 +916,22 @@ TEST_F(SimPlatformTest, EventLog_StringOver31839Characters_RefusedWith1500AndNot
                                          const_cast<char*>(data.c_str())), FALSE);
   EXPECT_EQ(Sys().system->GetLastError(), 1734u);
   const nlohmann::json t = Transcript();
-  EXPECT_EQ(t["eventLogWritten"].size(), 2u);
+  EXPECT_EQ(t["eventLogWritten"].size(), 1u);
   EXPECT_EQ(t["eventLogRefused"], nlohmann::json::parse(R"([
       {"id": 20001, "lastError": 1500, "longestString": 31840, "dataSize": 31841},
       {"id": 20001, "lastError": 1734, "longestString": 1, "dataSize": 61441}])"));
+
+  // Characters count, not bytes: 31,839 two-byte characters of code page 932
+  // pass.
+  machine["os"] = {{"ansiCodePage", 932}};
+  Install();
+  source = Sys().eventLog->RegisterEventSourceA(nullptr, "Zandolin");
+  std::string japanese;
+  for (int i = 0; i < 31839; ++i) japanese += "\x93\xFA";
+  LPCSTR wide[] = {japanese.c_str()};
+  EXPECT_EQ(Sys().eventLog->ReportEventA(source, 4, 0, 20001, nullptr, 1, 0, wide, nullptr), TRUE);
+  EXPECT_EQ(Transcript()["eventLogWritten"].size(), 1u);
+  EXPECT_EQ(Transcript()["eventLogRefused"], nlohmann::json::array());
 }
 
 TEST_F(SimPlatformTest, EventLog_BeforeWindowsVista_TheLimitIsNotServed) {
@@ -934,11 +1064,15 @@ TEST_F(SimPlatformTest, System_AppPath_KeepsTheBackslashOfADriveRoot) {
   EXPECT_EQ(Sys().system->AppPath(), "C:\\");
 }
 
-TEST_F(SimPlatformTest, System_AnsiToUtf16_TakesUtf8AndKeepsStrayBytes) {
+TEST_F(SimPlatformTest, System_AnsiToUtf16_FollowsTheCodePage) {
   Install();
-  EXPECT_EQ(Sys().system->AnsiToUtf16("A\xC3\xA9\xE2\x82\xAC"), u"A\u00E9\u20AC");
-  EXPECT_EQ(Sys().system->AnsiToUtf16("\xF0\x9F\x98\x80"), u"\U0001F600");
-  EXPECT_EQ(Sys().system->AnsiToUtf16("x\xE9y\xC3"), u"x\u00E9y\u00C3");
+  EXPECT_EQ(Sys().system->AnsiToUtf16("A\xE9\x80\x81"), u"A\u00E9\u20AC\u0081");
+  machine["os"] = {{"ansiCodePage", 932}};
+  Install();
+  EXPECT_EQ(Sys().system->AnsiToUtf16("A\x93\xFA\x96\x7B\x81"), u"A\u65E5\u672C\u30FB");
+  machine["os"] = {{"ansiCodePage", 65001}};
+  Install();
+  EXPECT_EQ(Sys().system->AnsiToUtf16("A\xC3\xA9\xF0\x9F\x98\x80x\xE9"), u"A\u00E9\U0001F600x\uFFFD");
 }
 
 // ---------------------------------------------------------------- clock
@@ -1034,6 +1168,129 @@ TEST_F(SimPlatformTest, MessageBoxAndProgress_AreRecorded) {
                                            {"labels", {"Zandolin starting ...", "Zandolin starting ..."}},
                                            {"steps", 2},
                                            {"value", 100}}));
+}
+
+// ---------------------------------------------------------------- code page
+
+TEST_F(SimPlatformTest, CodePage_SystemGivesNamesAndFoldersInTheCodePage) {
+  machine["userName"] = "jürgen";
+  machine["computerName"] = "PC-MÜNCHEN";
+  machine["profileDir"] = "C:\\Users\\jürgen";
+  machine["systemDir"] = "C:\\Windows\\system32";
+  Install();
+  char buffer[64] = {};
+  DWORD size = sizeof buffer;
+  ASSERT_TRUE(Sys().system->GetUserNameA(buffer, &size));
+  EXPECT_STREQ("j\xFCrgen", buffer);
+  EXPECT_EQ(7u, size);
+  std::string computer;
+  EXPECT_FALSE(Sys().system->NetworkComputerName(computer).failed());
+  EXPECT_EQ("PC-M\xDCNCHEN", computer);
+  HANDLE token = nullptr;
+  ASSERT_TRUE(Sys().system->OpenProcessToken(Sys().system->GetCurrentProcess(), 8, &token));
+  size = sizeof buffer;
+  ASSERT_TRUE(Sys().system->GetUserProfileDirectoryA(token, buffer, &size));
+  EXPECT_STREQ("C:\\Users\\j\xFCrgen", buffer);
+
+  sim::Current().commandLine = "\"C:\\Déploiement\\a.ini\"";
+  EXPECT_EQ("\"C:\\D\xE9ploiement\\a.ini\"", Sys().system->CommandLine());
+
+  machine["os"] = {{"ansiCodePage", 932}};
+  Install();
+  size = sizeof buffer;
+  ASSERT_TRUE(Sys().system->GetUserNameA(buffer, &size));
+  EXPECT_STREQ("jurgen", buffer);   // best fit
+}
+
+TEST_F(SimPlatformTest, CodePage_FullPathsAndTheWindowsFolder_KeepDoubleByteCharactersWhole) {
+  // 表 is 95 5C in code page 932: its trail byte is a backslash.
+  machine["os"] = {{"ansiCodePage", 932}};
+  machine["exePath"] = "C:\\表\\ZandolinEngine.exe";
+  machine["windowsDir"] = "C:\\表";
+  Install();
+  std::string buffer(MAX_PATH, '\0');
+  LPSTR part = nullptr;
+  DWORD length = Sys().system->GetFullPathNameA("\x95\x5C.ini", MAX_PATH, buffer.data(), &part);
+  EXPECT_EQ(std::string(buffer.data(), length), "C:\\\x95\x5C\\\x95\x5C.ini");
+  EXPECT_STREQ(part, "\x95\x5C.ini");
+  EXPECT_EQ(Sys().system->GetWindowsDirectoryA(buffer.data(), MAX_PATH), 5u);
+  EXPECT_STREQ(buffer.c_str(), "C:\\\x95\x5C");
+}
+
+TEST_F(SimPlatformTest, CodePage_RegistryEnumerationGivesTheCodePagesBytes) {
+  machine["registry"] = {{"HKEY_CURRENT_USER\\Software\\Drücker", {{"Näme", "Grüße"}}}};
+  Install();
+  HKEY software = nullptr, key = nullptr;
+  ASSERT_EQ(Sys().registry->RegOpenKeyA(HKEY_CURRENT_USER, "Software", &software), ERROR_SUCCESS);
+  char name[32];
+  DWORD size = sizeof name;
+  ASSERT_EQ(Sys().registry->RegEnumKeyExA(software, 0, name, &size, nullptr, nullptr, nullptr, nullptr),
+            ERROR_SUCCESS);
+  EXPECT_EQ(std::string(name, size), "Dr\xFC" "cker");
+  ASSERT_EQ(Sys().registry->RegOpenKeyA(software, name, &key), ERROR_SUCCESS);
+  BYTE data[32];
+  DWORD nameSize = sizeof name, dataSize = sizeof data, type = 0;
+  ASSERT_EQ(Sys().registry->RegEnumValueA(key, 0, name, &nameSize, nullptr, &type, data, &dataSize), ERROR_SUCCESS);
+  EXPECT_EQ(std::string(name, nameSize), "N\xE4me");
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(data), dataSize), std::string("Gr\xFC\xDF" "e\0", 6));
+}
+
+TEST_F(SimPlatformTest, CodePage_RegistryKeepsTextAndGivesTheCodePagesBytes) {
+  Install();
+  HKEY key = nullptr;
+  ASSERT_EQ(ERROR_SUCCESS, Sys().registry->RegCreateKeyA(HKEY_CURRENT_USER, "Software\\Dr\xFC" "cker", &key));
+  const char text[] = "Gr\xFC\xDF" "e";
+  ASSERT_EQ(ERROR_SUCCESS, Sys().registry->RegSetValueExA(key, "N\xE4me", 0, REG_SZ,
+                                                          reinterpret_cast<const BYTE*>(text), sizeof text));
+  const BYTE raw[] = {0xFC, 0x00, 0x81};
+  ASSERT_EQ(ERROR_SUCCESS, Sys().registry->RegSetValueExA(key, "Raw", 0, REG_BINARY, raw, sizeof raw));
+  DWORD type = 0, size = 0;
+  ASSERT_EQ(ERROR_SUCCESS, Sys().registry->RegQueryValueExA(key, "N\xE4me", nullptr, &type, nullptr, &size));
+  EXPECT_EQ(6u, size);
+  char back[16] = {};
+  ASSERT_EQ(ERROR_SUCCESS,
+            Sys().registry->RegQueryValueExA(key, "n\xE4me", nullptr, &type, reinterpret_cast<BYTE*>(back), &size));
+  EXPECT_EQ(std::string(text, sizeof text), std::string(back, size));
+  Sys().registry->RegCloseKey(key);
+  client->Save();
+  nlohmann::json saved = nlohmann::json::parse(std::ifstream(dir / "machine.json"));
+  EXPECT_EQ(saved["registry"]["HKEY_CURRENT_USER\\Software\\Drücker"],
+            (nlohmann::json{{"Näme", "Grüße"}, {"Raw", {{"type", 3}, {"data", {252, 0, 129}}}}}));
+}
+
+TEST_F(SimPlatformTest, CodePage_EventLogKeepsTheEntryAsText) {
+  Install();
+  HANDLE source = Sys().eventLog->RegisterEventSourceA(nullptr, "Zandolin");
+  std::string message = "\\\\OLD\\Dr\xFC" "cker";
+  LPCSTR strings[] = {message.c_str()};
+  ASSERT_TRUE(Sys().eventLog->ReportEventA(source, 4, 0, 20001, nullptr, 1,
+                                           static_cast<DWORD>(message.size() + 1), strings, message.data()));
+  nlohmann::json entry = Transcript()["eventLogWritten"][0];
+  EXPECT_EQ(entry["strings"], nlohmann::json::array({"\\\\OLD\\Drücker"}));
+  EXPECT_EQ(entry["data"], std::string("\\\\OLD\\Drücker\0", 15));
+}
+
+TEST_F(SimPlatformTest, CodePage_FilesNamedInTheCodePageHoldTheEnginesBytes) {
+  std::filesystem::create_directories(dir / "files" / "C" / "Ausgänge");
+  Install();
+  EXPECT_FALSE(Sys().files->AppendText("C:\\Ausg\xE4nge\\Dr\xFC" "cker.txt", "Dr\xFC" "cker\r\n").failed());
+  EXPECT_EQ("Dr\xFC" "cker\r\n", ReadFile("C:\\Ausgänge\\Drücker.txt"));
+  EXPECT_EQ("Dr\xFC" "cker.txt", Sys().files->FirstFile("C:\\Ausg\xE4nge\\*.txt"));
+  EXPECT_EQ(Transcript()["filesWritten"], nlohmann::json::array({"C:\\Ausgänge\\Drücker.txt"}));
+}
+
+TEST_F(SimPlatformTest, CodePage_MessageBoxesLabelsAndReportsAreTextInTheTranscript) {
+  Install();
+  Sys().ui->MessageBox("Dr\xFC" "cker", "Zandolin \x80", 0);
+  Sys().ui->CreateProgressWindow();
+  Sys().ui->SetProgressLabel("Dr\xFC" "cker ...");
+  gOutcomeText = "\r\n\\\\OLD\\Dr\xFC" "cker";
+  gDebugBuffer = ">> Dr\xFC" "cker\r\n";
+  nlohmann::json t = Transcript();
+  EXPECT_EQ(t["messageBoxes"], (nlohmann::json{{{"title", "Zandolin €"}, {"text", "Drücker"}, {"style", 0}}}));
+  EXPECT_EQ(t["progress"]["labels"], nlohmann::json::array({"Drücker ..."}));
+  EXPECT_EQ(t["outcomeText"], "\r\n\\\\OLD\\Drücker");
+  EXPECT_EQ(t["debugBuffer"], ">> Drücker\r\n");
 }
 
 // ---------------------------------------------------------------- faults

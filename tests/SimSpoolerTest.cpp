@@ -837,3 +837,73 @@ TEST_F(SimSpoolerPointAndPrintTest, StandardUser_BeforeWindowsVista_NoRestrictio
 }
 
 }  // namespace
+
+// ---------------------------------------------------------------- code page
+
+TEST_F(SimSpoolerTest, CodePage1252_NamesReachTheEngineInItsBytesAndComeBack) {
+  machine().printers = {Connection("OLD", "Drücker")};
+  machine().printServers["NEW"].queues = {{"Drücker", std::nullopt}, {"日本", std::nullopt}};
+  std::vector<std::string> names;
+  ASSERT_TRUE(spooler().UserPrinters(names));
+  EXPECT_EQ(std::vector<std::string>{"\\\\OLD\\Dr\xFC" "cker"}, names);
+  const std::vector<uint8_t> buffer = Info(Open(names[0]));
+  const PRINTER_INFO_2A info = Record(buffer);
+  EXPECT_STREQ("\\\\OLD\\Dr\xFC" "cker", info.pPrinterName);
+  EXPECT_STREQ("Dr\xFC" "cker", info.pShareName);
+
+  std::string moved = "\\\\NEW\\Dr\xFC" "cker";
+  EXPECT_TRUE(spooler().AddPrinterConnectionA(moved.data()));
+  EXPECT_EQ("\\\\NEW\\Drücker", machine().printers.back().name);
+  // The queue 日本 has no name in code page 1252: the engine can only ask for "??".
+  std::string japanese = "\\\\NEW\\??";
+  EXPECT_FALSE(spooler().AddPrinterConnectionA(japanese.data()));
+  EXPECT_EQ(ERROR_INVALID_PRINTER_NAME, lastError());
+  EXPECT_EQ(json::parse(R"([{"call": "AddPrinterConnectionA", "args": ["\\\\NEW\\Drücker"], "result": 1, "lastError": 0},
+      {"call": "AddPrinterConnectionA", "args": ["\\\\NEW\\??"], "result": 0, "lastError": 1801}])"),
+            context.spoolerCalls);
+}
+
+TEST_F(SimSpoolerTest, CodePage1252_DriversPortsAndAServersQueuesInItsBytes) {
+  machine().drivers = {"Drücker-Treiber"};
+  machine().ports = {"Büro:"};
+  machine().printServers["SRV-MÜ"].queues = {{"Drücker", "Treiber ü"}};
+  DWORD needed = 0, returned = 0;
+  EXPECT_FALSE(spooler().EnumPrinterDriversA(nullptr, nullptr, 1, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(sizeof(DRIVER_INFO_1A) + 16, needed);
+  std::vector<uint8_t> drivers(needed);
+  ASSERT_TRUE(spooler().EnumPrinterDriversA(nullptr, nullptr, 1, drivers.data(), needed, &needed, &returned));
+  EXPECT_STREQ("Dr\xFC" "cker-Treiber", reinterpret_cast<const DRIVER_INFO_1A*>(drivers.data())->pName);
+  EXPECT_FALSE(spooler().EnumPortsA(nullptr, 1, nullptr, 0, &needed, &returned));
+  std::vector<uint8_t> ports(needed);
+  ASSERT_TRUE(spooler().EnumPortsA(nullptr, 1, ports.data(), needed, &needed, &returned));
+  EXPECT_STREQ("B\xFCro:", reinterpret_cast<const PORT_INFO_1A*>(ports.data())->pName);
+
+  std::string server = "\\\\srv-m\xDC";
+  EXPECT_FALSE(spooler().EnumPrintersA(PRINTER_ENUM_NAME, server.data(), 2, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, lastError());
+  std::vector<uint8_t> buffer(needed);
+  ASSERT_TRUE(spooler().EnumPrintersA(PRINTER_ENUM_NAME, server.data(), 2, buffer.data(), needed, &needed,
+                                      &returned));
+  ASSERT_EQ(1u, returned);
+  EXPECT_STREQ("\\\\SRV-M\xDC\\Dr\xFC" "cker", Record(buffer, 0).pPrinterName);
+  EXPECT_STREQ("Treiber \xFC", Record(buffer, 0).pDriverName);
+}
+
+TEST_F(SimSpoolerTest, CodePage932_ABestFitNameNoLongerOpens) {
+  machine().ansiCodePage = 932;
+  machine().printers = {Connection("OLD", "Drücker"), Connection("OLD", "日本")};
+  machine().defaultPrinter = "\\\\OLD\\日本";
+  std::vector<std::string> names;
+  ASSERT_TRUE(spooler().UserPrinters(names));
+  EXPECT_EQ((std::vector<std::string>{"\\\\OLD\\Drucker", "\\\\OLD\\\x93\xFA\x96\x7B"}), names);
+  std::string bestFit = names[0];
+  HANDLE handle = nullptr;
+  EXPECT_FALSE(spooler().OpenPrinterA(bestFit.data(), &handle, nullptr));
+  EXPECT_EQ(ERROR_INVALID_PRINTER_NAME, lastError());
+  EXPECT_STREQ("\\\\OLD\\\x93\xFA\x96\x7B", Record(Info(Open(names[1]))).pPrinterName);
+  char buffer[32];
+  DWORD size = sizeof buffer;
+  ASSERT_TRUE(spooler().GetDefaultPrinterA(buffer, &size));
+  EXPECT_EQ(11u, size);   // ten bytes and the NUL
+  EXPECT_STREQ("\\\\OLD\\\x93\xFA\x96\x7B", buffer);
+}

@@ -227,12 +227,22 @@ TEST_F(modDebugTest, EncodeDebugLog_LargeLog_IsTheReferenceEncoding) {
 }
 
 TEST_F(modDebugTest, EncodeDebugLog_LargeLogOfCharactersOfSeveralBytes_IsTheReferenceEncoding) {
+  machine["os"] = {{"ansiCodePage", 65001}};
   Install();
-  // Characters of two, three and four bytes of the client's code page, and
-  // bytes 0x80 to 0xFF that begin no character: fewer UTF-16 units than bytes.
+  // Characters of two, three and four bytes of the client's code page (UTF-8),
+  // and bytes 0x80 to 0xFF that begin no character: fewer UTF-16 units than
+  // bytes.
   std::string strays;
   for (int b = 0x80; b <= 0xFF; ++b) strays += static_cast<char>(b);
   const std::string log = LargeLog(3000000, "Dru\xC3\xA7ker \xE2\x82\xAC \xF0\x9F\x96\xA8 " + strays);
+  ASSERT_LT(StringToBytes(log, true, false).size(), 2 * log.size());
+  ExpectSameBytes(ReferenceEncoding(log), EncodeDebugLog(log));
+}
+
+TEST_F(modDebugTest, EncodeDebugLog_DoubleByteCodePage_IsTheReferenceEncoding) {
+  machine["os"] = {{"ansiCodePage", 932}};
+  Install();
+  const std::string log = LargeLog(1000000, "\\\\OLD\\\x93\xFA\x96\x7B");   // \\OLD\日本
   ASSERT_LT(StringToBytes(log, true, false).size(), 2 * log.size());
   ExpectSameBytes(ReferenceEncoding(log), EncodeDebugLog(log));
 }
@@ -247,10 +257,11 @@ TEST_F(modDebugTest, EncodeDebugLog_LinesLongerThanAPiece_AreTheReferenceEncodin
 }
 
 TEST_F(modDebugTest, EncodeDebugLog_FewBytes_AsInterleaveBytesHasThem) {
+  machine["os"] = {{"ansiCodePage", 65001}};
   Install();
   // One character: two bytes of UTF-16, the second taken twice.
   EXPECT_EQ((std::vector<uint8_t>{'x', 'x', 'x'}), EncodeDebugLog("x"));
-  EXPECT_EQ((std::vector<uint8_t>{0xE9, 0xE9, 0xE9}), EncodeDebugLog("\xC3\xA9"));
+  EXPECT_EQ((std::vector<uint8_t>{0xE9, 0xE9, 0xE9}), EncodeDebugLog("\xC3\xA9"));   // é in UTF-8
   EXPECT_EQ(ReferenceEncoding("Hi"), EncodeDebugLog("Hi"));
   try {
     EncodeDebugLog("");

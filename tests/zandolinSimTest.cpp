@@ -1,7 +1,8 @@
 // zandolin-sim as a program: its command line, exit status, report and
 // transcript, run as a subprocess.
-#include "IniFileBuilder.h"
 #include "Version.h"
+#include "tests/IniFileBuilder.h"
+#include "tests/servers/smtp/SmtpPeer.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -204,7 +205,8 @@ TEST_F(ZandolinSimTest, Json_TextThatIsNotUtf8_StillGivesValidJson) {
   ASSERT_EQ(r.status, 0) << r.err;
   json t = json::parse(r.out);
   const std::string debug = t["debugBuffer"];
-  EXPECT_NE(debug.find(">> First found INI file : caf\xEF\xBF\xBD.ini\r\n"), std::string::npos) << debug;
+  // The name is no UTF-8: its stray byte is U+FFFD, which code page 1252 lacks.
+  EXPECT_NE(debug.find(">> First found INI file : caf?.ini\r\n"), std::string::npos) << debug;
 }
 
 TEST_F(ZandolinSimTest, Run_SavesTheMachineBack_DryRunLeavesTheFolderAlone) {
@@ -305,6 +307,53 @@ TEST_F(ZandolinSimTest, BadMachineJson_ExitsWith2NamingFileAndPlace) {
   EXPECT_EQ(syntax.err, "zandolin-sim: " + (client / "machine.json").string() +
                             ": line 2, column 26: invalid JSON: syntax error while parsing object key - "
                             "unexpected '}'; expected string literal\n");
+}
+
+TEST_F(ZandolinSimTest, BadMachineJson_NumberBeyondADoubleOrFieldTwice_ExitsWith2) {
+  WriteClientFile("machine.json", "{\n  \"printers\": [],\n  \"timerIntervalMs\": 1e400\n}\n");
+  Result number = Sim({client.string(), "--json"});
+  EXPECT_EQ(number.status, 2);
+  EXPECT_EQ(number.err, "zandolin-sim: " + (client / "machine.json").string() +
+                            ": line 3, column 22: the number 1e400 is beyond the range of a double (expected a "
+                            "number from -1.7976931348623157e308 to 1.7976931348623157e308)\n");
+  EXPECT_EQ(number.out, "");
+
+  WriteClientFile("machine.json", R"({"userName": "a", "userName": "b"})");
+  Result twice = Sim({client.string()});
+  EXPECT_EQ(twice.status, 2);
+  EXPECT_EQ(twice.err, "zandolin-sim: " + (client / "machine.json").string() +
+                           ": field 'userName': stands twice in its object (expected each field once)\n");
+  EXPECT_EQ(twice.out, "");
+}
+
+TEST_F(ZandolinSimTest, Report_FolderWithoutMachineJson_SaysTheDefaultsWereUsed) {
+  WriteClientFile("files/C/Deploy/readme.txt", "");
+  Result r = Sim({client.string(), "--dry-run"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  // The notes stand under the head, before the client's facts.
+  const std::string head = "Simulated client: " + client.string() + "\nDry run: the run worked on a copy; " +
+                           client.string() +
+                           " is unchanged.\nNo machine.json in the client folder: the run used the default of every "
+                           "field.\nUser: ";
+  EXPECT_EQ(r.out.substr(0, head.size()), head);
+  WriteClientFile("machine.json", "{}");
+  Result given = Sim({client.string(), "--dry-run"});
+  ASSERT_EQ(given.status, 0) << given.err;
+  EXPECT_EQ(given.out.find("No machine.json"), std::string::npos) << given.out;
+}
+
+TEST_F(ZandolinSimTest, Report_CodePageOtherThanTheDefault_IsNamed) {
+  const std::string head = "Simulated client: " + client.string() + "\nDry run: the run worked on a copy; " +
+                           client.string() + " is unchanged.";
+  WriteClientFile("machine.json", R"({"os": {"ansiCodePage": 932}})");
+  Result japanese = Sim({client.string(), "--dry-run"});
+  ASSERT_EQ(japanese.status, 0) << japanese.err;
+  const std::string named = head + "\nANSI code page: 932 (the engine's text is in it).\nUser: ";
+  EXPECT_EQ(japanese.out.substr(0, named.size()), named);
+  WriteClientFile("machine.json", R"({"os": {"ansiCodePage": 1252}})");
+  Result western = Sim({client.string(), "--dry-run"});
+  ASSERT_EQ(western.status, 0) << western.err;
+  EXPECT_EQ(western.out.substr(0, head.size() + 7), head + "\nUser: ");
 }
 
 TEST_F(ZandolinSimTest, NoFolder_RunsOnACopyOfTheBundledExample) {
@@ -812,6 +861,179 @@ TEST_F(ZandolinSimTest, SpoolerCalls_WindowsNT4_TheDefaultWrittenToTheProfileIsR
       {"call": "WriteProfileStringA", "args": ["Windows", "device", "\\\\NEW\\laser,winspool,Ne01:"],
        "result": 1, "lastError": 0}])"));
   EXPECT_EQ(t["defaultAfter"], "\\\\NEW\\laser");
+}
+
+// --------------------------------------------------------------- code page
+
+// A client with the printers \\OLD\Drücker and \\OLD\日本, both of which the
+// INI file moves to NEW, reporting by e-mail to a real server and to a file.
+class CodePageScenario : public ZandolinSimTest {
+ protected:
+  struct Outcome {
+    json transcript;
+    std::string wire;        // the message as the server received it, a byte a character
+    std::string file;        // the report file's bytes
+    std::string debugLog;    // the debug file as zandolin-debug reads it (UTF-8)
+  };
+
+  Outcome RunOn(const json& os) {
+    auto server = smtppeer::Peer::Server();
+    json machine = json::parse(R"({"clock": "2026-11-21T14:05:09", "timerIntervalMs": 5,
+        "printers": [{"name": "\\\\OLD\\Drücker", "serverName": "\\\\OLD", "shareName": "Drücker"},
+                     {"name": "\\\\OLD\\日本", "serverName": "\\\\OLD", "shareName": "日本"}],
+        "printServers": {"NEW": {"queues": ["Drücker", "日本"]}}})");
+    if (!os.is_null()) machine["os"] = os;
+    WriteClientFile("machine.json", machine.dump());
+    testini::IniFile ini = testini::ValidIni();
+    ini.Set("GENERAL", "UseManualDefinitions", "True")
+        .Set("MANUAL DEFINITIONS SERVERS", "FromServers", "OLD")
+        .Set("MANUAL DEFINITIONS SERVERS", "ToServers", "NEW")
+        .Set("NOTIFICATION SMTP", "UseSMTP", "True")
+        .Set("NOTIFICATION SMTP", "SMTPServerNameOrIP", "127.0.0.1")
+        .Set("NOTIFICATION SMTP", "ServerPort", server->Port())
+        .Set("NOTIFICATION SMTP", "EmailSubject", "Report")
+        .Set("NOTIFICATION SMTP", "EmailTo", "admin@corp.test")
+        .Set("NOTIFICATION SMTP", "EmailFrom", "zandolin@corp.test")
+        .Set("NOTIFICATION FILE OUTPUT", "UseFileOutput", "True")
+        .Set("NOTIFICATION FILE OUTPUT", "FileOutputPath", "C:\\Reports")
+        .Set("NOTIFICATION FILE OUTPUT", "FileOutputName", "report.txt")
+        .Set("NOTIFICATION FILE OUTPUT", "IncludeOutcome", "True");
+    WriteClientFile("files/C/Deploy/migration.ini", ini.Text());
+    fs::create_directories(client / "files" / "C" / "Reports");
+    Result r = Sim({client.string(), "--json"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    Outcome o;
+    o.transcript = json::parse(r.out);
+    o.wire = server->Record()["data"].get<std::string>();
+    o.file = Slurp(client / "files" / "C" / "Reports" / "SUCCESS_report.txt");
+    std::string command = Quote(ZANDOLIN_DEBUG_EXE) + " " +
+                          Quote((client / "files" / "C" / "Deploy" / "PC042.debug").string()) + " >" +
+                          Quote((work / "debug.txt").string()) + " 2>/dev/null";
+    EXPECT_EQ(0, std::system(command.c_str()));
+    o.debugLog = Slurp(work / "debug.txt");
+    return o;
+  }
+
+  static bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+};
+
+TEST_F(CodePageScenario, Cp1252Default_DruckerMovesAndGoesOnTheWireAsFC_JapaneseNameIsLost) {
+  Outcome o = RunOn(nullptr);
+  EXPECT_EQ(o.transcript["spoolerCalls"], json::parse(R"([
+      {"call": "AddPrinterConnectionA", "args": ["\\\\NEW\\Drücker"], "result": 1, "lastError": 0},
+      {"call": "DeletePrinterConnectionA", "args": ["\\\\OLD\\Drücker"], "result": 1, "lastError": 0}])"));
+  const std::string outcome = o.transcript["outcomeText"];
+  EXPECT_TRUE(Has(outcome, "\r\nError getting handle to printer: \\\\OLD\\??\r\n")) << outcome;
+  EXPECT_TRUE(Has(outcome, "\r\nMigrating: \\\\OLD\\Drücker to \\\\NEW\\Drücker\r\n")) << outcome;
+  EXPECT_TRUE(Has(o.file, "\r\nMigrating: \\\\OLD\\Dr\xFC" "cker to \\\\NEW\\Dr\xFC" "cker\r\n")) << o.file;
+  EXPECT_TRUE(Has(o.wire, smtppeer::Peer::BytesAsCharacters("\r\nMigrating: \\\\OLD\\Dr\xFC" "cker to \\\\NEW\\Dr\xFC" "cker\r\n"))) << o.wire;
+  EXPECT_TRUE(Has(o.debugLog, ">> Found networked printer: \\\\OLD\\Drücker (\\\\OLD)\r\n")) << o.debugLog;
+  EXPECT_TRUE(Has(o.debugLog, "ERROR: Getting client printer (no handle): \\\\OLD\\??\r\n")) << o.debugLog;
+}
+
+TEST_F(CodePageScenario, Cp932_JapaneseNameMovesInItsTwoByteCharacters_DruckerIsLostToBestFit) {
+  Outcome o = RunOn(json{{"ansiCodePage", 932}});
+  EXPECT_EQ(o.transcript["spoolerCalls"], json::parse(R"([
+      {"call": "AddPrinterConnectionA", "args": ["\\\\NEW\\日本"], "result": 1, "lastError": 0},
+      {"call": "DeletePrinterConnectionA", "args": ["\\\\OLD\\日本"], "result": 1, "lastError": 0}])"));
+  const std::string outcome = o.transcript["outcomeText"];
+  EXPECT_TRUE(Has(outcome, "\r\nError getting handle to printer: \\\\OLD\\Drucker\r\n")) << outcome;
+  EXPECT_TRUE(Has(outcome, "\r\nMigrating: \\\\OLD\\日本 to \\\\NEW\\日本\r\n")) << outcome;
+  const std::string moved = "\r\nMigrating: \\\\OLD\\\x93\xFA\x96\x7B to \\\\NEW\\\x93\xFA\x96\x7B\r\n";
+  EXPECT_TRUE(Has(o.file, moved)) << o.file;
+  EXPECT_TRUE(Has(o.wire, smtppeer::Peer::BytesAsCharacters(moved))) << o.wire;
+  EXPECT_TRUE(Has(o.debugLog, ">> Found networked printer: \\\\OLD\\日本 (\\\\OLD)\r\n")) << o.debugLog;
+  EXPECT_TRUE(Has(o.debugLog, "ERROR: Getting client printer (no handle): \\\\OLD\\Drucker\r\n")) << o.debugLog;
+}
+
+}  // namespace
+
+
+namespace {
+
+// --------------------------------------------------------------- INI files as Windows reads them
+
+// A client with \\OLD\laser, which the INI file moves to NEW and reports by a
+// pop-up; the INI file's bytes are the test's.
+class IniScenario : public ZandolinSimTest {
+ protected:
+  static testini::IniFile Ini() {
+    testini::IniFile ini = testini::ValidIni();
+    ini.Set("GENERAL", "UseManualDefinitions", "True")
+        .Set("MANUAL DEFINITIONS SERVERS", "FromServers", "OLD")
+        .Set("MANUAL DEFINITIONS SERVERS", "ToServers", "NEW")
+        .Set("NOTIFICATION CLIENT POP-UP", "UseClientPopup", "True")
+        .Set("NOTIFICATION CLIENT POP-UP", "UseSuccessClientPopup", "True")
+        .Set("NOTIFICATION CLIENT POP-UP", "SuccessMessage", "Moved.");
+    return ini;
+  }
+
+  json RunWith(const std::string& iniBytes, const json& os = nullptr) {
+    json machine = json::parse(R"({"clock": "2026-11-21T14:05:09",
+        "printers": [{"name": "\\\\OLD\\laser", "serverName": "\\\\OLD", "shareName": "laser"}],
+        "printServers": {"NEW": {"queues": ["laser"]}}})");
+    if (!os.is_null()) machine["os"] = os;
+    WriteClientFile("machine.json", machine.dump());
+    WriteClientFile("files/C/Deploy/migration.ini", iniBytes);
+    Result r = Sim({client.string(), "--json", "--dry-run"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    return json::parse(r.out);
+  }
+
+  static std::string Utf16(const std::u16string& text) {
+    std::string bytes = "\xFF\xFE";
+    for (char16_t u : text) bytes += std::string{static_cast<char>(u & 0xFF), static_cast<char>(u >> 8)};
+    return bytes;
+  }
+
+  static const json& Moved() {
+    static const json calls = json::parse(R"([
+        {"call": "AddPrinterConnectionA", "args": ["\\\\NEW\\laser"], "result": 1, "lastError": 0},
+        {"call": "DeletePrinterConnectionA", "args": ["\\\\OLD\\laser"], "result": 1, "lastError": 0}])");
+    return calls;
+  }
+};
+
+TEST_F(IniScenario, BlanksInBracketsNoClosingBracketAndLoneCr_RunAsThePlainFile) {
+  const std::string plain = Ini().Text();
+  json t = RunWith(plain);
+  ASSERT_EQ(t["spoolerCalls"], Moved());
+  EXPECT_EQ(t["messageBoxes"], (json{{{"title", "Zandolin"}, {"text", "Moved."}, {"style", 0}}}));
+
+  std::string odd = plain;
+  odd.replace(odd.find("[GENERAL]"), 9, "[ GENERAL\t]");
+  odd.replace(odd.find("[SUPPORT]"), 9, "[SUPPORT");
+  for (size_t at = odd.find("\r\n"); at != std::string::npos; at = odd.find("\r\n", at)) odd.erase(at + 1, 1);
+  json same = RunWith(odd);
+  EXPECT_EQ(same["spoolerCalls"], t["spoolerCalls"]);
+  EXPECT_EQ(same["messageBoxes"], t["messageBoxes"]);
+  EXPECT_EQ(same["outcomeText"], t["outcomeText"]);
+}
+
+TEST_F(IniScenario, Utf8ByteOrderMark_LosesTheFirstSectionAndTheRunAborts) {
+  json t = RunWith("\xEF\xBB\xBF" + Ini().Text());
+  EXPECT_EQ(t["spoolerCalls"], json::array());
+  EXPECT_EQ(t["messageBoxes"],
+            (json{{{"title", "Zandolin"},
+                   {"text", "Unable to get INI file contents, please check your file path and permissions."},
+                   {"style", 16}}}));
+  const std::string debug = t["debugBuffer"];
+  EXPECT_NE(debug.find(">> UseActiveDirectory: False\r\n>> UseManualDefinitions: False\r\n"), std::string::npos)
+      << debug;
+}
+
+TEST_F(IniScenario, Utf16File_MessageReachesTheUserInTheCodePage) {
+  testini::IniFile ini = Ini();
+  ini.Set("NOTIFICATION CLIENT POP-UP", "SuccessMessage", "@");
+  const std::string ascii = ini.Text();
+  std::u16string text(ascii.begin(), ascii.end());
+  text.replace(text.find(u'@'), 1, u"Drucker 日本 verschoben");
+  json western = RunWith(Utf16(text));
+  EXPECT_EQ(western["spoolerCalls"], Moved());
+  EXPECT_EQ(western["messageBoxes"][0]["text"], "Drucker ?? verschoben");
+  json japanese = RunWith(Utf16(text), json{{"ansiCodePage", 932}});
+  EXPECT_EQ(japanese["spoolerCalls"], Moved());
+  EXPECT_EQ(japanese["messageBoxes"][0]["text"], "Drucker 日本 verschoben");
 }
 
 // The engine killed at any moment of runs that rewrite a large status file:

@@ -248,6 +248,7 @@ int Main(int argc, char** argv) {
 
   std::unique_ptr<sim::Client> client;
   sim::Machine machine;
+  const bool defaults = !fs::exists(folder / "machine.json", ec);
   try {
     client = sim::Client::Load(folder);
     machine = sim::LoadMachine(folder);
@@ -288,6 +289,12 @@ int Main(int argc, char** argv) {
   if (options.json) {
     std::cout << Dump(transcript) << "\n";
   } else {
+    if (defaults)
+      note += std::string(note.empty() ? "" : "\n") +
+              "No machine.json in the client folder: the run used the default of every field.";
+    if (machine.ansiCodePage != sim::Machine{}.ansiCodePage)
+      note += std::string(note.empty() ? "" : "\n") + "ANSI code page: " +
+              std::to_string(machine.ansiCodePage) + " (the engine's text is in it).";
     report::Print(std::cout, transcript,
                   report::Place{(options.machineDir ? original : folder).string(), note,
                                 DebugFileText(transcript, machine, folder, !removeAfter)});

@@ -154,6 +154,19 @@ bool SameNoCase(const std::string& a, const std::string& b) {
   return true;
 }
 
+const CodePage& Context::AnsiCodePage() const {
+  if (!codePage || codePage->Number() != machine.ansiCodePage) {
+    // LoadMachine accepts only code pages that are served.
+    codePage = CodePage::Find(machine.ansiCodePage);
+    if (!codePage) codePage = CodePage::Find(1252);
+  }
+  return *codePage;
+}
+
+std::string ToAnsi(const std::string& text) { return Current().AnsiCodePage().FromUtf8(text); }
+
+std::string FromAnsi(const std::string& text) { return Current().AnsiCodePage().ToUtf8(text); }
+
 void CopyWithNul(char* buffer, const std::string& text) {
   std::memcpy(buffer, text.data(), text.size());
   buffer[text.size()] = '\0';
@@ -665,10 +678,17 @@ nlohmann::json Context::Transcript() const {
   t["defaultAfter"] = defaultAfter ? json(*defaultAfter) : json(nullptr);
   t["spoolerCalls"] = spoolerCalls;
   t["eventLogWritten"] = eventLogWritten;
-  t["sockets"] = sockets;
+  // What went over the wire is in the code page; the transcript shows it as
+  // text.
+  json wire = sockets;
+  for (json& socket : wire)
+    for (const char* field : {"sent", "received"})
+      if (socket.contains(field) && socket[field].is_string())
+        socket[field] = AnsiCodePage().ToUtf8(socket[field].get_ref<const std::string&>());
+  t["sockets"] = wire;
   t["filesWritten"] = filesWritten;
-  t["outcomeText"] = gOutcomeText;
-  t["debugBuffer"] = gDebugBuffer;
+  t["outcomeText"] = AnsiCodePage().ToUtf8(gOutcomeText);
+  t["debugBuffer"] = AnsiCodePage().ToUtf8(gDebugBuffer);
   t["stuckReason"] = stuckReason;
   t["runStatus"] = RunStatusRecord();
   t["directoryQueries"] = directoryQueries;

@@ -3,6 +3,7 @@
 // simulated platform works on the one current context.
 #pragma once
 
+#include "platform/sim/SimCodePage.h"
 #include "platform/sim/SimMachine.h"
 
 #include <nlohmann/json.hpp>
@@ -146,6 +147,9 @@ struct Context {
   std::optional<MemoryDrives> memory;   // set: the runs write into memory only
   bool stuckAtOnce = false;             // a wait nothing can end is stuck at once
 
+  // The client's ANSI code page (machine.ansiCodePage).
+  const CodePage& AnsiCodePage() const;
+
   // Transcript records.
   std::vector<SimPrinter> printersBefore;
   std::optional<std::string> defaultBefore;
@@ -185,6 +189,7 @@ struct Context {
   int nextTimer = 1;
   std::map<int, SimSocket> socketTable;
   int nextSocket = 1;
+  mutable const CodePage* codePage = nullptr;   // what AnsiCodePage() found last
 
   // The fault for this call, if one fires now; a fired fault also sets
   // lastError. firstArg is the call's first string argument (for calls on a

@@ -274,8 +274,9 @@ Failure ServerPrintQueues(const std::string&, const std::string&, std::vector<Di
 
 class SimDirectoryService : public platform::Directory {
  public:
-  Failure BindObject(const std::string& path, std::string& adsPath) override {
+  Failure BindObject(const std::string& ansiPath, std::string& adsPath) override {
     Context& c = Current();
+    const std::string path = FromAnsi(ansiPath);
     if (const Fault* f = c.TakeFault("BindObject", path)) return FaultFailure(*f);
     if (!c.machine.directory) return ServerDown();
     const SimDirectory& directory = *c.machine.directory;
@@ -288,13 +289,14 @@ class SimDirectoryService : public platform::Directory {
     if (directory.ldap) {
       if (Failure f = ServerNamingContext(*directory.ldap, namingContext); f.failed()) return f;
     }
-    adsPath = "LDAP://" + directory.domain + "/" + namingContext;
+    adsPath = ToAnsi("LDAP://" + directory.domain + "/" + namingContext);
     return {};
   }
 
-  Failure Execute(const std::string& commandText, std::vector<DirectoryRow>& rows) override {
+  Failure Execute(const std::string& ansiCommandText, std::vector<DirectoryRow>& rows) override {
     Context& c = Current();
     rows.clear();
+    const std::string commandText = FromAnsi(ansiCommandText);
     if (const Fault* f = c.TakeFault("Execute", commandText)) return FaultFailure(*f);
     std::string path;
     DirectoryPath parsed;
@@ -305,13 +307,17 @@ class SimDirectoryService : public platform::Directory {
     const SimDirectory& directory = *c.machine.directory;
     if (directory.queryError) {
       const DirectoryError& e = *directory.queryError;
-      return {e.number, e.description};
+      return {e.number, ToAnsi(e.description)};
     }
     if (!NamesDomain(directory, parsed.server)) return ServerDown();
 
     if (directory.ldap) {
       bool limitReached = false;
       Failure f = ServerPrintQueues(*directory.ldap, parsed.objectName, rows, limitReached);
+      for (DirectoryRow& row : rows) {
+        row.name = ToAnsi(row.name);
+        for (std::string& share : row.printShareName) share = ToAnsi(share);
+      }
       // The server says that its limit cut the answer, not by how much.
       if (!f.failed())
         c.directoryQueries.push_back(nlohmann::json{
@@ -329,8 +335,8 @@ class SimDirectoryService : public platform::Directory {
       const PrintQueue& queue = directory.printQueues[i];
       DirectoryRow row;
       row.hasName = queue.name.has_value();
-      if (queue.name) row.name = *queue.name;
-      row.printShareName = queue.printShareName;
+      if (queue.name) row.name = ToAnsi(*queue.name);
+      for (const std::string& share : queue.printShareName) row.printShareName.push_back(ToAnsi(share));
       rows.push_back(std::move(row));
     }
     c.directoryQueries.push_back(nlohmann::json{{"entries", given}, {"cut", total - given}});

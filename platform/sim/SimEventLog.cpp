@@ -1,4 +1,5 @@
-// The application event log of the simulated client.
+// The application event log of the simulated client. It keeps its entries
+// as machine text; the engine gives them in the ANSI code page.
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
@@ -45,7 +46,7 @@ class SimEventLog : public platform::EventLog {
       return nullptr;
     }
     uintptr_t handle = c.nextHandle++;
-    c.eventSources[handle] = source;
+    c.eventSources[handle] = ArgText(source);
     return reinterpret_cast<HANDLE>(handle);
   }
 
@@ -78,7 +79,8 @@ class SimEventLog : public platform::EventLog {
     entry.category = category;
     entry.id = eventId;
     for (WORD i = 0; i < numStrings; ++i) entry.strings.push_back(ArgText(strings[i]));
-    if (dataSize) entry.data.assign(static_cast<const char*>(rawData), dataSize);
+    // The data, bytes in the code page, is kept as text like the strings.
+    if (dataSize) entry.data = FromAnsi(std::string(static_cast<const char*>(rawData), dataSize));
     c.machine.eventLog.push_back(entry);
     c.eventLogWritten.push_back(nlohmann::json{{"source", entry.source},
                                                {"type", entry.type},

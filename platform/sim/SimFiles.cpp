@@ -1,4 +1,6 @@
-// Files on the simulated drives, with the run-time errors Windows gives.
+// Files on the simulated drives, with the run-time errors Windows gives. The
+// engine names them in the ANSI code page, the drives in machine text; what
+// files hold is bytes, as the engine wrote them.
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
@@ -132,8 +134,9 @@ class SimFiles : public platform::Files {
     return INVALID_FILE_ATTRIBUTES;
   }
 
-  std::string FirstFile(const std::string& pattern) override {
+  std::string FirstFile(const std::string& ansiPattern) override {
     Context& c = Current();
+    const std::string pattern = FromAnsi(ansiPattern);
     if (c.TakeFault("FirstFile", pattern)) return "";
     ResolvedPath path = c.Resolve(pattern, true);
     if (path.status != ResolvedPath::kOk) return "";
@@ -147,11 +150,12 @@ class SimFiles : public platform::Files {
       std::string ua = UpperAscii(a), ub = UpperAscii(b);
       return ua != ub ? ua < ub : a < b;
     });
-    return names.front();
+    return ToAnsi(names.front());
   }
 
-  Failure ReadText(const std::string& windowsPath, std::string& content) override {
+  Failure ReadText(const std::string& ansiPath, std::string& content) override {
     Context& c = Current();
+    const std::string windowsPath = FromAnsi(ansiPath);
     if (const Fault* f = c.TakeFault("ReadText", windowsPath)) return StandardFailure(f->lastError);
     ResolvedPath path = c.Resolve(windowsPath);
     if (Failure f = PathFailure(path); f.failed()) return f;
@@ -159,8 +163,9 @@ class SimFiles : public platform::Files {
     return ReadExisting(c, path, content);
   }
 
-  Failure AppendText(const std::string& windowsPath, const std::string& content) override {
+  Failure AppendText(const std::string& ansiPath, const std::string& content) override {
     Context& c = Current();
+    const std::string windowsPath = FromAnsi(ansiPath);
     if (const Fault* f = c.TakeFault("AppendText", windowsPath)) return StandardFailure(f->lastError);
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
@@ -169,8 +174,9 @@ class SimFiles : public platform::Files {
     return Write(c, path, content, DriveWriteMode::kAppend);
   }
 
-  Failure ReplaceText(const std::string& windowsPath, const std::string& content) override {
+  Failure ReplaceText(const std::string& ansiPath, const std::string& content) override {
     Context& c = Current();
+    const std::string windowsPath = FromAnsi(ansiPath);
     if (const Fault* f = c.TakeFault("ReplaceText", windowsPath)) return StandardFailure(f->lastError);
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
@@ -179,8 +185,9 @@ class SimFiles : public platform::Files {
     return Write(c, path, content, DriveWriteMode::kReplace);
   }
 
-  Failure WriteBinary(const std::string& windowsPath, const std::vector<uint8_t>& bytes) override {
+  Failure WriteBinary(const std::string& ansiPath, const std::vector<uint8_t>& bytes) override {
     Context& c = Current();
+    const std::string windowsPath = FromAnsi(ansiPath);
     if (const Fault* f = c.TakeFault("WriteBinary", windowsPath)) return StandardFailure(f->lastError);
     if (Failure f = FolderNameFailure(c, windowsPath); f.failed()) return f;
     ResolvedPath path = c.Resolve(windowsPath);
@@ -189,8 +196,9 @@ class SimFiles : public platform::Files {
     return Write(c, path, view, DriveWriteMode::kFromStart);
   }
 
-  Failure FileCopy(const std::string& source, const std::string& target) override {
+  Failure FileCopy(const std::string& ansiSource, const std::string& ansiTarget) override {
     Context& c = Current();
+    const std::string source = FromAnsi(ansiSource), target = FromAnsi(ansiTarget);
     if (const Fault* f = c.TakeFault("FileCopy", std::vector<std::string>{source, target}))
       return StandardFailure(f->lastError);
     ResolvedPath from = c.Resolve(source);

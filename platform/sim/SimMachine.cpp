@@ -2,12 +2,15 @@
 // one. The file itself is read and written in SimMachineFile.cpp.
 #include "platform/sim/SimMachine.h"
 
+#include "platform/sim/SimCodePage.h"
 #include "platform/sim/Simulator.h"
 
 #include <nlohmann/json.hpp>
 
 #include <cctype>
+#include <cstdio>
 #include <limits>
+#include <unordered_set>
 
 namespace sim {
 
@@ -15,13 +18,28 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+// A field's name for a message: control characters as JSON writes them.
+std::string Printable(const std::string& name) {
+  std::string out;
+  for (char c : name) {
+    if (static_cast<unsigned char>(c) >= 0x20) {
+      out += c;
+    } else {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned char>(c));
+      out += escaped;
+    }
+  }
+  return out;
+}
+
 // Walks the parsed document and names the field of the first thing wrong.
 class Reader {
  public:
   explicit Reader(std::string file) : file_(std::move(file)) {}
 
   [[noreturn]] void Fail(const std::string& field, const std::string& expected) const {
-    throw MachineError{file_ + ": field '" + field + "': " + expected};
+    throw MachineError{file_ + ": field '" + Printable(field) + "': " + expected};
   }
 
   // Refuses any member of an object that is not one of the names allowed.
@@ -50,13 +68,19 @@ class Reader {
     if (!value.is_array()) Fail(field, "expected an array");
     return value;
   }
+  // Text names, paths and messages: no NUL, which no Windows name holds.
   std::string String(const Json& value, const std::string& field) const {
     if (!value.is_string()) Fail(field, "expected a string");
-    return value.get<std::string>();
+    return WithoutNul(value.get<std::string>(), field);
   }
   std::optional<std::string> StringOrNull(const Json& value, const std::string& field) const {
     if (value.is_null()) return std::nullopt;
     if (!value.is_string()) Fail(field, "expected a string or null");
+    return WithoutNul(value.get<std::string>(), field);
+  }
+  // Data that may hold NULs: a registry value's text, an event's data.
+  std::string Data(const Json& value, const std::string& field) const {
+    if (!value.is_string()) Fail(field, "expected a string");
     return value.get<std::string>();
   }
   int64_t Integer(const Json& value, const std::string& field, int64_t low, int64_t high) const {
@@ -82,6 +106,10 @@ class Reader {
   }
 
  private:
+  std::string WithoutNul(std::string text, const std::string& field) const {
+    if (text.find('\0') != std::string::npos) Fail(field, "expected a string without NUL characters");
+    return text;
+  }
   static std::string RangeText(int64_t low, int64_t high) {
     return "expected an integer from " + std::to_string(low) + " to " + std::to_string(high);
   }
@@ -199,7 +227,7 @@ RegistryValue ReadRegistryValue(const Reader& r, const Json& value, const std::s
     }
     case REG_SZ:
     case REG_EXPAND_SZ: {
-      std::string text = r.String(data, dataField);
+      std::string text = r.Data(data, dataField);
       result.data.assign(text.begin(), text.end());
       result.data.push_back(0);
       return result;
@@ -346,7 +374,7 @@ EventEntry ReadEvent(const Reader& r, const Json& value, const std::string& fiel
     else if (k == "category") e.category = static_cast<int>(r.Integer(*it, f, 0, 0xFFFF));
     else if (k == "id") e.id = r.Dword(*it, f);
     else if (k == "strings") e.strings = r.StringList(*it, f);
-    else if (k == "data") e.data = r.String(*it, f);
+    else if (k == "data") e.data = r.Data(*it, f);
   }
   return e;
 }
@@ -398,8 +426,10 @@ Machine ReadMachine(const Reader& r, const Json& root) {
         if (o.key() == "platformId") m.platformId = n;
         else if (o.key() == "majorVersion") m.majorVersion = n;
         else if (o.key() == "minorVersion") m.minorVersion = n;
-        else if (o.key() == "ansiCodePage") m.ansiCodePage = n;
-        else m.versionError = n;
+        else if (o.key() == "versionError") m.versionError = n;
+        else if (!CodePage::Served(n))
+          r.Fail(f, "expected an ANSI code page the simulated client serves: " + CodePage::ServedList());
+        else m.ansiCodePage = n;
       }
     } else if (k == "user") {
       r.Object(v, k);
@@ -621,32 +651,136 @@ Json RegistryValueToJson(const RegistryValue& value) {
   }
 }
 
+// Builds the document of machine.json from the parser's events, refusing
+// what the parser takes but the contract does not: a field that stands twice
+// in one object (only one of them would be read), and numbers beyond the
+// range of a double (named with their place, where the parser only throws).
+class DocumentBuilder : public nlohmann::json_sax<Json> {
+ public:
+  explicit DocumentBuilder(const std::string& text) : text_(text) {}
+
+  Json root;
+  std::string error;   // why the document was refused, with its place
+
+  bool null() override { return Value(nullptr); }
+  bool boolean(bool value) override { return Value(value); }
+  bool number_integer(number_integer_t value) override { return Value(value); }
+  bool number_unsigned(number_unsigned_t value) override { return Value(value); }
+  bool number_float(number_float_t value, const string_t&) override { return Value(value); }
+  bool string(string_t& value) override { return Value(std::move(value)); }
+  bool binary(binary_t&) override { return false; }   // JSON text holds none
+  bool start_object(std::size_t) override {
+    if (!Value(Json::object())) return false;
+    keys_.emplace_back();
+    return true;
+  }
+  bool key(string_t& name) override {
+    if (name.find('\0') != std::string::npos) {
+      error = "field '" + Printable(Field(name)) + "': expected a name without NUL characters";
+      return false;
+    }
+    if (!keys_.back().insert(name).second) {
+      error = "field '" + Printable(Field(name)) + "': stands twice in its object (expected each field once)";
+      return false;
+    }
+    key_ = name;
+    return true;
+  }
+  bool end_object() override {
+    keys_.pop_back();
+    open_.pop_back();
+    return true;
+  }
+  bool start_array(std::size_t) override { return Value(Json::array()); }
+  bool end_array() override {
+    open_.pop_back();
+    return true;
+  }
+  bool parse_error(std::size_t position, const std::string& token,
+                   const nlohmann::detail::exception& e) override {
+    std::string what = e.what();
+    if (e.id == 406) {
+      // The number ends where the parser stopped; name the place it starts.
+      size_t start = position >= token.size() ? position - token.size() : 0;
+      error = Place(start) + ": the number " + token +
+              " is beyond the range of a double (expected a number from -1.7976931348623157e308 "
+              "to 1.7976931348623157e308)";
+      return false;
+    }
+    // Keep the parser's reason, without its own prefix and position.
+    size_t colon = what.find(": ", what.find("column"));
+    size_t bracket = what.find("] ");
+    std::string reason = colon != std::string::npos   ? what.substr(colon + 2)
+                         : bracket != std::string::npos ? what.substr(bracket + 2)
+                                                        : what;
+    error = Place(position > 0 ? position - 1 : 0) + ": invalid JSON: " + reason;
+    return false;
+  }
+
+ private:
+  // Puts a value where the document stands; a container stays open.
+  bool Value(Json value) {
+    Json* placed = nullptr;
+    if (open_.empty()) {
+      root = std::move(value);
+      placed = &root;
+    } else if (open_.back()->is_object()) {
+      placed = &(*open_.back())[key_];
+      *placed = std::move(value);
+    } else {
+      open_.back()->push_back(std::move(value));
+      placed = &open_.back()->back();
+    }
+    if (placed->is_structured()) open_.push_back(placed);
+    return true;
+  }
+
+  // The field a key of the innermost open object stands for.
+  std::string Field(const std::string& name) const {
+    std::string field;
+    const Json* parent = nullptr;
+    for (const Json* container : open_) {
+      if (parent) {
+        if (parent->is_object()) {
+          for (auto it = parent->begin(); it != parent->end(); ++it) {
+            if (&*it != container) continue;
+            if (!field.empty()) field += '.';
+            field += it.key();
+          }
+        } else {
+          for (size_t i = 0; i < parent->size(); ++i) {
+            if (&(*parent)[i] != container) continue;
+            field += '[';
+            field += std::to_string(i);
+            field += ']';
+          }
+        }
+      }
+      parent = container;
+    }
+    if (field.empty()) return name;
+    field += '.';
+    field += name;
+    return field;
+  }
+
+  std::string Place(size_t offset) const {
+    auto [line, column] = LineAndColumn(text_, offset);
+    return "line " + std::to_string(line) + ", column " + std::to_string(column);
+  }
+
+  const std::string& text_;
+  std::vector<Json*> open_;                            // open containers, outermost first
+  std::vector<std::unordered_set<std::string>> keys_;  // the keys of each open object
+  std::string key_;                                    // the key of the next value
+};
+
 }  // namespace
 
 Machine MachineFromText(const std::string& text, const std::string& name) {
-  Json root;
-  try {
-    root = Json::parse(text);
-  } catch (const nlohmann::json::parse_error& e) {
-    auto [line, column] = LineAndColumn(text, e.byte > 0 ? e.byte - 1 : 0);
-    std::string what = e.what();
-    // Keep the parser's reason, without its own prefix and position.
-    size_t colon = what.find(": ", what.find("column"));
-    std::string reason = colon == std::string::npos ? what : what.substr(colon + 2);
-    throw MachineError{name + ": line " + std::to_string(line) + ", column " +
-                       std::to_string(column) + ": invalid JSON: " + reason};
-  } catch (const nlohmann::json::out_of_range& e) {
-    // A number beyond the range of a double: the parser names the number,
-    // not where it stands.
-    const std::string what = e.what();
-    const size_t open = what.find('\''), close = what.rfind('\'');
-    const std::string number = open < close ? what.substr(open + 1, close - open - 1) : std::string();
-    const size_t at = number.empty() ? std::string::npos : text.find(number);
-    auto [line, column] = LineAndColumn(text, at == std::string::npos ? 0 : at);
-    throw MachineError{name + ": line " + std::to_string(line) + ", column " + std::to_string(column) +
-                       ": invalid JSON: number out of range: " + number};
-  }
-  return ReadMachine(Reader(name), root);
+  DocumentBuilder document(text);
+  if (!Json::sax_parse(text, &document)) throw MachineError{name + ": " + document.error};
+  return ReadMachine(Reader(name), document.root);
 }
 
 nlohmann::ordered_json MachineToJson(const Machine& m);

@@ -42,10 +42,12 @@ struct PrintServer {
 //   any type: an array of byte values 0-255, taken as they stand;
 //   3 REG_BINARY and other types: also a string, its bytes without a NUL.
 // A missing "data" is no bytes at all. Saving writes each value back in the
-// first of these forms that gives its bytes exactly.
+// first of these forms that gives its bytes exactly. The text types hold
+// machine text (UTF-8), as the registry holds Unicode; RegQueryValueExA gives
+// them in the ANSI code page.
 struct RegistryValue {
   uint32_t type = 1;             // REG_SZ
-  std::vector<uint8_t> data;     // as RegQueryValueExA gives it (REG_SZ with its NUL)
+  std::vector<uint8_t> data;     // REG_SZ: the text and its NUL
 };
 
 struct PrintQueue {

@@ -17,10 +17,12 @@ Machine LoadMachineFile(const fs::path& file) {
   const std::string name = file.filename().string();
   std::error_code ec;
   if (!fs::exists(file, ec)) return Machine{};
+  if (fs::is_directory(file, ec)) throw MachineError{name + ": is a folder (expected a file)"};
   std::ifstream in(file, std::ios::binary);
   if (!in) throw MachineError{name + ": cannot be read"};
   std::stringstream buffer;
   buffer << in.rdbuf();
+  if (in.bad()) throw MachineError{name + ": cannot be read"};
   return MachineFromText(buffer.str(), name);
 }
 
@@ -34,7 +36,12 @@ void SaveMachine(const fs::path& folder, const Machine& machine) {
     out << text;
     if (!out) throw MachineError{file.string() + ": cannot be written"};
   }
-  fs::rename(temp, file);
+  std::error_code ec;
+  fs::rename(temp, file, ec);
+  if (ec) {
+    fs::remove(temp, ec);
+    throw MachineError{file.string() + ": cannot be written"};
+  }
 }
 
 }  // namespace sim

@@ -1,4 +1,6 @@
 // The registry of the simulated client, and the per-user settings kept in it.
+// Names and text values are machine text; the A-calls give and take them in
+// the ANSI code page.
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
@@ -38,6 +40,15 @@ std::string ChildPath(const std::string& parent, const std::string& subKey) {
     }
   }
   return path;
+}
+
+bool IsText(uint32_t type) { return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ; }
+
+// The bytes of a value as the A-calls see them: text types in the ANSI code
+// page (the registry keeps them as machine text), others as they stand.
+std::string AnsiData(const RegistryValue& value) {
+  std::string data(value.data.begin(), value.data.end());
+  return IsText(value.type) ? ToAnsi(data) : data;
 }
 
 using KeyEntry = std::pair<std::string, std::vector<std::pair<std::string, RegistryValue>>>;
@@ -148,12 +159,14 @@ class SimRegistry : public platform::Registry {
     if (data && !dataSize) return ERROR_INVALID_PARAMETER;
     KeyEntry* entry = FindKey(c, path);
     const RegistryValue* found = nullptr;
+    const std::string wanted = ArgText(valueName);
     if (entry)
       for (const auto& [name, value] : entry->second)
-        if (SameNoCase(name, ArgText(valueName))) found = &value;
+        if (SameNoCase(name, wanted)) found = &value;
     if (!found) return ERROR_FILE_NOT_FOUND;
     if (type) *type = found->type;
-    DWORD size = static_cast<DWORD>(found->data.size());
+    const std::string bytes = AnsiData(*found);
+    DWORD size = static_cast<DWORD>(bytes.size());
     if (!data) {
       if (dataSize) *dataSize = size;
       return ERROR_SUCCESS;
@@ -162,7 +175,7 @@ class SimRegistry : public platform::Registry {
       *dataSize = size;
       return ERROR_MORE_DATA;
     }
-    if (size) std::memcpy(data, found->data.data(), size);
+    if (size) std::memcpy(data, bytes.data(), size);
     *dataSize = size;
     return ERROR_SUCCESS;
   }
@@ -180,7 +193,11 @@ class SimRegistry : public platform::Registry {
     if (!data && dataSize) return ERROR_INVALID_PARAMETER;
     RegistryValue value;
     value.type = type;
-    if (dataSize) value.data.assign(data, data + dataSize);
+    if (dataSize) {
+      std::string bytes(reinterpret_cast<const char*>(data), dataSize);
+      if (IsText(type)) bytes = FromAnsi(bytes);
+      value.data.assign(bytes.begin(), bytes.end());
+    }
     SetValue(c, path, ArgText(valueName), value);
     return ERROR_SUCCESS;
   }
@@ -206,7 +223,7 @@ class SimRegistry : public platform::Registry {
     if (!name || !nameSize) return ERROR_INVALID_PARAMETER;   // Windows faults here; refuse instead
     std::vector<std::string> names = SubKeyNames(c, path);
     if (index >= names.size()) return ERROR_NO_MORE_ITEMS;
-    const std::string& found = names[index];
+    const std::string found = ToAnsi(names[index]);
     if (lastWriteTime) *lastWriteTime = FILETIME{};
     if (found.size() >= *nameSize) return ERROR_MORE_DATA;
     CopyWithNul(name, found);
@@ -230,12 +247,14 @@ class SimRegistry : public platform::Registry {
     if (path.empty()) return ERROR_INVALID_HANDLE;
     const KeyEntry* entry = FindKey(c, path);
     if (!entry || index >= entry->second.size()) return ERROR_NO_MORE_ITEMS;
-    const auto& [name, value] = entry->second[index];
-    const DWORD size = static_cast<DWORD>(value.data.size());
+    const RegistryValue& value = entry->second[index].second;
+    const std::string name = ToAnsi(entry->second[index].first);
+    const std::string bytes = AnsiData(value);
+    const DWORD size = static_cast<DWORD>(bytes.size());
     LONG status = ERROR_SUCCESS;
     if (data) {
       if (size > *dataSize) status = ERROR_MORE_DATA;
-      else if (size) std::memcpy(data, value.data.data(), size);
+      else if (size) std::memcpy(data, bytes.data(), size);
     }
     if (status == ERROR_SUCCESS) {
       // A name too long for the buffer is cut to it, and the call says so.
@@ -255,14 +274,15 @@ class SimRegistry : public platform::Registry {
   std::string GetSetting(const std::string& application, const std::string& section,
                          const std::string& key, const std::string& defaultValue) override {
     Context& c = Current();
-    std::string path = SettingsPath(application, section);
-    if (c.TakeFault("GetSetting", std::vector<std::string>{path, application})) return defaultValue;
+    std::string path = SettingsPath(FromAnsi(application), FromAnsi(section));
+    if (c.TakeFault("GetSetting", std::vector<std::string>{path, FromAnsi(application)})) return defaultValue;
     KeyEntry* entry = FindKey(c, path);
     if (!entry) return defaultValue;
+    const std::string wanted = FromAnsi(key);
     for (const auto& [name, value] : entry->second) {
-      if (!SameNoCase(name, key)) continue;
+      if (!SameNoCase(name, wanted)) continue;
       if (value.type != REG_SZ && value.type != REG_EXPAND_SZ) return defaultValue;
-      std::string text(value.data.begin(), value.data.end());
+      std::string text = AnsiData(value);
       return text.substr(0, text.find('\0'));
     }
     return defaultValue;
@@ -271,17 +291,18 @@ class SimRegistry : public platform::Registry {
   platform::Failure SaveSetting(const std::string& application, const std::string& section,
                                 const std::string& key, const std::string& value) override {
     Context& c = Current();
-    std::string path = SettingsPath(application, section);
-    if (const Fault* f = c.TakeFault("SaveSetting", std::vector<std::string>{path, application}))
+    std::string path = SettingsPath(FromAnsi(application), FromAnsi(section));
+    if (const Fault* f = c.TakeFault("SaveSetting", std::vector<std::string>{path, FromAnsi(application)}))
       return StandardFailure(f->lastError);
     RegistryValue v;
     v.type = REG_SZ;
-    v.data.assign(value.begin(), value.end());
+    std::string text = FromAnsi(value);
+    v.data.assign(text.begin(), text.end());
     v.data.push_back(0);
-    SetValue(c, path, key, v);
+    SetValue(c, path, FromAnsi(key), v);
     // The run status of the 9x family and NT 4.
-    if (SameNoCase(key, "SUCCESS"))
-      c.runStatus = nlohmann::json{{"value", value}, {"where", path + "\\" + key}};
+    if (SameNoCase(FromAnsi(key), "SUCCESS"))
+      c.runStatus = nlohmann::json{{"value", text}, {"where", path + "\\" + FromAnsi(key)}};
     return {};
   }
 

@@ -42,8 +42,16 @@ platform::Failure StandardFailure(int32_t number);
 std::string UpperAscii(const std::string& text);
 bool SameNoCase(const std::string& a, const std::string& b);
 
-// The text of a C string argument; a null pointer gives the empty text.
-inline std::string ArgText(const char* text) { return text ? std::string(text) : std::string(); }
+// Text across the A-calls: the engine's text is in the client's ANSI code
+// page, machine text (machine.json, the drives' names, the transcript) is
+// UTF-8. ToAnsi gives machine text as the A-calls hand it to the engine,
+// FromAnsi the engine's text as machine text.
+std::string ToAnsi(const std::string& text);
+std::string FromAnsi(const std::string& text);
+
+// The text of a C string argument as machine text; a null pointer gives the
+// empty text.
+inline std::string ArgText(const char* text) { return text ? FromAnsi(text) : std::string(); }
 
 // Text of the A-calls in UTF-16, as the client converts it.
 std::u16string Utf16FromAnsi(const std::string& text);

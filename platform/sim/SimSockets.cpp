@@ -356,8 +356,9 @@ class SimSockets : public platform::Sockets {
     c.socketTable.erase(it);
   }
 
-  Failure Connect(int socket, const std::string& host, const std::string& port) override {
+  Failure Connect(int socket, const std::string& ansiHost, const std::string& ansiPort) override {
     Context& c = Current();
+    const std::string host = FromAnsi(ansiHost), port = FromAnsi(ansiPort);
     if (const Fault* f = c.TakeFault("Connect", host)) return SocketFailure(static_cast<int32_t>(f->lastError));
     auto it = c.socketTable.find(socket);
     if (it == c.socketTable.end() || it->second.state != platform::kSocketClosed)
@@ -475,8 +476,8 @@ class SimSockets : public platform::Sockets {
   std::string LocalHostName() override {
     Context& c = Current();
     if (c.TakeFault("LocalHostName", "")) return "";
-    if (c.machine.localHostName) return *c.machine.localHostName;
-    if (c.machine.computerName) return *c.machine.computerName;
+    if (c.machine.localHostName) return ToAnsi(*c.machine.localHostName);
+    if (c.machine.computerName) return ToAnsi(*c.machine.computerName);
     return "localhost";
   }
 };

@@ -1,6 +1,7 @@
 // The simulated print spooler: the user's printers, the print servers the
 // client can reach, drivers, ports and the default printer of each
-// generation of Windows, all kept in the machine of sim::Current().
+// generation of Windows, all kept in the machine of sim::Current(). Names are
+// machine text; the A-calls give and take them in the ANSI code page.
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 #include "platform/sim/SpoolerErrors.h"
@@ -53,7 +54,7 @@ std::map<uintptr_t, OpenPrinter>& Handles() {
 }
 
 nlohmann::json TextOrNull(const char* text) {
-  return text ? nlohmann::json(text) : nlohmann::json(nullptr);
+  return text ? nlohmann::json(FromAnsi(text)) : nlohmann::json(nullptr);
 }
 
 SimPrinter* FindPrinter(Context& c, const std::string& name) {
@@ -200,15 +201,16 @@ struct InfoStrings {
   std::string sepFile, printProcessor = "winprint", datatype = "RAW", parameters;
 };
 
+// The strings in the ANSI code page, as the A-calls give them.
 InfoStrings StringsOf(const SimPrinter& p) {
   InfoStrings s;
-  s.server = p.serverName;
-  s.printer = p.name;
-  s.share = p.shareName;
-  s.port = p.portName;
-  s.driver = p.driverName;
-  s.comment = p.comment;
-  s.location = p.location;
+  if (p.serverName) s.server = ToAnsi(*p.serverName);
+  s.printer = ToAnsi(p.name);
+  s.share = ToAnsi(p.shareName);
+  s.port = ToAnsi(p.portName);
+  s.driver = ToAnsi(p.driverName);
+  s.comment = ToAnsi(p.comment);
+  s.location = ToAnsi(p.location);
   return s;
 }
 
@@ -271,7 +273,7 @@ std::vector<SimPrinter> ServerPrinters(const std::string& serverName, const Prin
 }
 
 // Lays out records of one string each (DRIVER_INFO_1A, PORT_INFO_1A) as the
-// spooler does: the records, then their strings. FALSE with
+// spooler does: the records, then their strings (in the code page). FALSE with
 // ERROR_INSUFFICIENT_BUFFER and the size needed when the buffer is short.
 BOOL FillNames(Context& c, const std::vector<std::string>& names, LPBYTE buffer, DWORD size,
                LPDWORD needed, LPDWORD returned) {
@@ -309,7 +311,7 @@ class SimSpooler : public platform::Spooler {
     c.lastError = 0;
     if (const Fault* f = c.TakeFault("UserPrinters", std::string())) return f->result != 0;
     deviceNames.clear();
-    for (const SimPrinter& p : c.machine.printers) deviceNames.push_back(p.name);
+    for (const SimPrinter& p : c.machine.printers) deviceNames.push_back(ToAnsi(p.name));
     return true;
   }
 
@@ -323,14 +325,15 @@ class SimSpooler : public platform::Spooler {
     if (!printer) return Fail(c, ERROR_INVALID_PARAMETER);
     *printer = nullptr;
     // A null name stands for the local print server, which is not modelled.
-    SimPrinter* p = printerName ? FindPrinter(c, printerName) : nullptr;
+    const std::string name = ArgText(printerName);
+    SimPrinter* p = printerName ? FindPrinter(c, name) : nullptr;
     if (!p) return Fail(c, ERROR_INVALID_PRINTER_NAME);
     DWORD access = AskedAccess(c, defaults);
     // A local printer grants a standard user the right to print and no more;
     // a connection's rights are its server's.
     if (c.StandardUser() && !IsConnection(*p) && (access & ~kPrinterRead))
       return Fail(c, ERROR_ACCESS_DENIED);
-    *printer = reinterpret_cast<HANDLE>(NewHandle(c, printerName, p->name, access));
+    *printer = reinterpret_cast<HANDLE>(NewHandle(c, name, p->name, access));
     return TRUE;
   }
 
@@ -392,9 +395,10 @@ class SimSpooler : public platform::Spooler {
     std::vector<SimPrinter> shared;
     if ((flags & PRINTER_ENUM_NAME) && name && *name) {
       // A print server's shared queues: the name is "\\\\SERVER".
-      if (std::strncmp(name, "\\\\", 2) != 0 || std::strchr(name + 2, '\\') || !name[2])
+      const std::string server = ArgText(name);
+      if (server.size() < 3 || server.compare(0, 2, "\\\\") != 0 || server.find('\\', 2) != std::string::npos)
         return Fail(c, ERROR_INVALID_NAME);
-      const auto known = FindServer(c, name + 2);
+      const auto known = FindServer(c, server.substr(2));
       if (known == c.machine.printServers.end()) return Fail(c, RPC_S_SERVER_UNAVAILABLE);
       shared = ServerPrinters(known->first, known->second);
       for (const SimPrinter& p : shared) list.push_back(&p);
@@ -425,12 +429,13 @@ class SimSpooler : public platform::Spooler {
     if (!size) return Fail(c, ERROR_INVALID_PARAMETER);
     std::optional<std::string> current = c.CurrentDefault();
     if (!current) return Fail(c, ERROR_FILE_NOT_FOUND);
-    DWORD length = static_cast<DWORD>(current->size() + 1);
+    const std::string name = ToAnsi(*current);
+    DWORD length = static_cast<DWORD>(name.size() + 1);
     if (!buffer || *size < length) {
       *size = length;
       return Fail(c, ERROR_INSUFFICIENT_BUFFER);
     }
-    CopyWithNul(buffer, *current);
+    CopyWithNul(buffer, name);
     *size = length;
     return TRUE;
   }
@@ -528,7 +533,9 @@ class SimSpooler : public platform::Spooler {
     *returned = 0;
     if (level != 1) return Fail(c, kErrorInvalidLevel);
     if (name && *name) return Fail(c, ERROR_INVALID_NAME);
-    return FillNames(c, c.machine.*list, buffer, size, needed, returned);
+    std::vector<std::string> names;
+    for (const std::string& item : c.machine.*list) names.push_back(ToAnsi(item));
+    return FillNames(c, names, buffer, size, needed, returned);
   }
 
   static BOOL Fail(Context& c, DWORD error) {
@@ -568,7 +575,7 @@ class SimSpooler : public platform::Spooler {
       MakeDefault(c, c.machine.printers.front());
       return TRUE;
     }
-    SimPrinter* p = FindPrinter(c, printerName);
+    SimPrinter* p = FindPrinter(c, ArgText(printerName));
     if (!p) return Fail(c, ERROR_INVALID_PRINTER_NAME);
     MakeDefault(c, *p);
     return TRUE;
@@ -625,8 +632,9 @@ class SimSpooler : public platform::Spooler {
     if (level != 2) return Fail(c, kErrorInvalidLevel);
     if (!driverInfo || !info.pName || !*info.pName) return Fail(c, ERROR_INVALID_PARAMETER);
     if (c.StandardUser()) return Fail(c, ERROR_ACCESS_DENIED);
-    if (DriverInstalled(c, info.pName)) return Fail(c, ERROR_PRINTER_DRIVER_ALREADY_INSTALLED);
-    c.machine.drivers.push_back(info.pName);
+    const std::string driverName = ArgText(info.pName);
+    if (DriverInstalled(c, driverName)) return Fail(c, ERROR_PRINTER_DRIVER_ALREADY_INSTALLED);
+    c.machine.drivers.push_back(driverName);
     return TRUE;
   }
 

@@ -1,5 +1,6 @@
 // System information of the simulated client: version, folders, user,
 // process token, the computer's name, the command line and the code page.
+// Names and folders of machine.json reach the engine in the ANSI code page.
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
@@ -129,14 +130,14 @@ class SimSystem : public platform::System {
     Context& c = Current();
     c.lastError = 0;
     if (const Fault* f = c.TakeFault("GetSystemDirectoryA", "")) return static_cast<UINT>(f->result);
-    return CopyPathOut(c.machine.systemDir, buffer, size);
+    return CopyPathOut(ToAnsi(c.machine.systemDir), buffer, size);
   }
 
   UINT GetWindowsDirectoryA(LPSTR buffer, UINT size) override {
     Context& c = Current();
     c.lastError = 0;
     if (const Fault* f = c.TakeFault("GetWindowsDirectoryA", "")) return static_cast<UINT>(f->result);
-    return CopyPathOut(c.machine.windowsDir, buffer, size);
+    return CopyPathOut(ToAnsi(c.machine.windowsDir), buffer, size);
   }
 
   DWORD GetFullPathNameA(LPCSTR fileName, DWORD size, LPSTR buffer, LPSTR* filePart) override {
@@ -148,11 +149,14 @@ class SimSystem : public platform::System {
       c.lastError = ERROR_INVALID_NAME;
       return 0;
     }
-    const std::string full = FullWindowsPath(fileName, c.CurrentDir());
-    const DWORD length = CopyPathOut(full, buffer, size);
-    if (length == full.size() && filePart) {
+    // Made in machine text, where no byte of a character is a backslash, as
+    // Windows makes it in Unicode; a trail byte of the code page may be one.
+    const std::string full = FullWindowsPath(ArgText(fileName), c.CurrentDir());
+    const std::string ansiFull = ToAnsi(full);
+    const DWORD length = CopyPathOut(ansiFull, buffer, size);
+    if (length == ansiFull.size() && filePart) {
       const size_t slash = full.find_last_of('\\');
-      *filePart = slash + 1 < full.size() ? buffer + slash + 1 : nullptr;
+      *filePart = slash + 1 < full.size() ? buffer + ToAnsi(full.substr(0, slash + 1)).size() : nullptr;
     }
     return length;
   }
@@ -168,7 +172,7 @@ class SimSystem : public platform::System {
     Context& c = Current();
     c.lastError = 0;
     if (const Fault* f = c.TakeFault("GetTempPathA", "")) return static_cast<DWORD>(f->result);
-    return CopyPathOut(c.machine.tempDir, buffer, size);
+    return CopyPathOut(ToAnsi(c.machine.tempDir), buffer, size);
   }
 
   BOOL GetUserNameA(LPSTR buffer, LPDWORD size) override {
@@ -183,7 +187,7 @@ class SimSystem : public platform::System {
       c.lastError = ERROR_INVALID_PARAMETER;   // Windows faults here; refuse instead
       return FALSE;
     }
-    const std::string& name = *c.machine.userName;
+    const std::string name = ToAnsi(*c.machine.userName);
     DWORD needed = static_cast<DWORD>(name.size() + 1);
     if (!buffer || *size < needed) {
       *size = needed;
@@ -229,7 +233,7 @@ class SimSystem : public platform::System {
       c.lastError = ERROR_INVALID_PARAMETER;
       return FALSE;
     }
-    const std::string& profile = c.machine.profileDir;
+    const std::string profile = ToAnsi(c.machine.profileDir);
     DWORD needed = static_cast<DWORD>(profile.size() + 1);
     if (!dir || *size < needed) {
       *size = needed;
@@ -260,72 +264,35 @@ class SimSystem : public platform::System {
     Context& c = Current();
     if (const Fault* f = c.TakeFault("NetworkComputerName", "")) return StandardFailure(f->lastError);
     if (!c.machine.computerName) return StandardFailure(91);
-    name = *c.machine.computerName;
+    name = ToAnsi(*c.machine.computerName);
     return {};
   }
 
   std::string CommandLine() override {
     Context& c = Current();
     if (c.TakeFault("CommandLine", "")) return "";
-    return c.commandLine;
+    return ToAnsi(c.commandLine);
   }
 
   std::string AppPath() override {
     Context& c = Current();
     if (c.TakeFault("AppPath", "")) return "";
-    return c.CurrentDir();
+    return ToAnsi(c.CurrentDir());
   }
 
   std::u16string AnsiToUtf16(const std::string& text) override {
     Context& c = Current();
     if (c.TakeFault("AnsiToUtf16", std::string())) return u"";
-    return Utf16FromAnsi(text);
+    return c.AnsiCodePage().ToUtf16(text);
   }
 };
 
 }  // namespace
 
-// The client's ANSI code page is UTF-8; a byte that does not start a
-// valid UTF-8 sequence stands for the code point of its value.
+// Text of the A-calls as the engine's wide-character side sees it, in the
+// client's ANSI code page.
 std::u16string Utf16FromAnsi(const std::string& text) {
-  // A UTF-8 sequence never gives more UTF-16 units than it has bytes.
-  std::u16string out(text.size(), u'\0');
-  char16_t* o = out.data();
-  const size_t size = text.size();
-  size_t i = 0;
-  while (i < size) {
-    unsigned char b = static_cast<unsigned char>(text[i]);
-    if (b < 0x80) {
-      *o++ = static_cast<char16_t>(b);
-      ++i;
-      continue;
-    }
-    size_t n = (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2 : (b & 0xF8) == 0xF0 ? 3 : 0;
-    uint32_t cp = n == 1 ? (b & 0x1Fu) : n == 2 ? (b & 0x0Fu) : (b & 0x07u);
-    bool valid = n > 0 && i + n < size;
-    for (size_t j = 1; valid && j <= n; ++j) {
-      unsigned char cont = static_cast<unsigned char>(text[i + j]);
-      if ((cont & 0xC0) != 0x80) valid = false;
-      else cp = cp << 6 | (cont & 0x3Fu);
-    }
-    static const uint32_t kMin[] = {0, 0x80, 0x800, 0x10000};
-    if (valid && (cp < kMin[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))) valid = false;
-    if (!valid) {
-      *o++ = static_cast<char16_t>(b);
-      ++i;
-      continue;
-    }
-    if (cp >= 0x10000) {
-      cp -= 0x10000;
-      *o++ = static_cast<char16_t>(0xD800 + (cp >> 10));
-      *o++ = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
-    } else {
-      *o++ = static_cast<char16_t>(cp);
-    }
-    i += n + 1;
-  }
-  out.resize(static_cast<size_t>(o - out.data()));
-  return out;
+  return Current().AnsiCodePage().ToUtf16(text);
 }
 
 platform::System& SystemService() {

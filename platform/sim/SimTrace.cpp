@@ -27,9 +27,12 @@ using nlohmann::json;
 constexpr size_t kLongestText = 512;
 constexpr size_t kLongestFold = 4;   // calls in a folded block
 
+// The engine's text is in the client's code page; the trace is UTF-8.
 json Text(const std::string& text) {
-  if (text.size() <= kLongestText) return text;
-  return text.substr(0, kLongestText) + "[... " + std::to_string(text.size()) + " characters]";
+  const CodePage& page = Current().AnsiCodePage();
+  if (text.size() <= kLongestText) return page.ToUtf8(text);
+  return page.ToUtf8(std::string_view(text).substr(0, kLongestText)) + "[... " + std::to_string(text.size()) +
+         " characters]";
 }
 
 json Text(const char* text) { return text ? Text(std::string(text)) : json(nullptr); }

@@ -118,9 +118,10 @@ class SimUserInterface : public platform::UserInterface {
  public:
   int MessageBox(const std::string& text, const std::string& title, UINT style) override {
     Context& c = Enter();
-    if (const Fault* f = c.TakeFault("MessageBox", std::vector<std::string>{text, title}))
+    const std::string shownText = FromAnsi(text), shownTitle = FromAnsi(title);
+    if (const Fault* f = c.TakeFault("MessageBox", std::vector<std::string>{shownText, shownTitle}))
       return static_cast<int>(f->result);
-    c.messageBoxes.push_back(nlohmann::json{{"title", title}, {"text", text}, {"style", style}});
+    c.messageBoxes.push_back(nlohmann::json{{"title", shownTitle}, {"text", shownText}, {"style", style}});
     return kIdOk;
   }
 
@@ -190,8 +191,9 @@ class SimUserInterface : public platform::UserInterface {
 
   void SetProgressLabel(const std::string& text) override {
     Context& c = Enter();
-    if (CheckFault(c, "SetProgressLabel", text)) return;
-    c.progress.labels.push_back(text);
+    const std::string shown = FromAnsi(text);
+    if (CheckFault(c, "SetProgressLabel", shown)) return;
+    c.progress.labels.push_back(shown);
   }
 
   void SetProgressBar(int maximum, int value) override {

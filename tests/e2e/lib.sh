@@ -1,7 +1,8 @@
 # Shared helpers of the tests of the Windows build under Wine. Sourced by the
 # test scripts, which run-all.sh starts with these variables set:
 #   E2E_EXE           the Windows ZandolinEngine.exe (x86_64)
-#   E2E_DEBUG         the Linux zandolin-debug (zandolin-sim lies beside it)
+#   E2E_DEBUG         the Linux zandolin-debug
+#   E2E_LINUX_BUILD   the Linux build it lies in (zandolin-sim, tests/...)
 #   E2E_CAPTURE       the Windows zandolin-capture.exe (x86_64)
 #   E2E_TMP           the run's temporary folder
 #   E2E_RESULTS       the file that collects one PASS or FAIL line per check
@@ -219,7 +220,8 @@ e2e_ini() {
 
 # e2e_run [ARGUMENT...]: runs the engine of DEPLOY with the arguments as its
 # command line, from a working folder elsewhere, for at most 60 seconds, with
-# Wine's channels E2E_WINEDEBUG when set. The debug file of an earlier run is
+# Wine's channels E2E_WINEDEBUG when set, in the locale E2E_LOCALE when set
+# (Wine takes the ANSI code page from it). The debug file of an earlier run is
 # removed first, so that what is decoded is this run's alone. Sets RUN_RC, and
 # RUN_OUT and RUN_ERR to the files of its standard output and standard error.
 E2E_RUNS=0
@@ -228,7 +230,7 @@ e2e_run() {
   RUN_OUT="$E2E_TMP/$E2E_SCRIPT.$E2E_RUNS.out"
   RUN_ERR="$E2E_TMP/$E2E_SCRIPT.$E2E_RUNS.err"
   rm -f "$DEPLOY_DIR/$E2E_COMPUTERNAME.debug"
-  (cd "$E2E_TMP" && WINEDEBUG=${E2E_WINEDEBUG:-$WINEDEBUG} \
+  (cd "$E2E_TMP" && WINEDEBUG=${E2E_WINEDEBUG:-$WINEDEBUG} LC_ALL=${E2E_LOCALE:-$LC_ALL} \
     timeout 60 wine "$DEPLOY\\ZandolinEngine.exe" "$@" >"$RUN_OUT" 2>"$RUN_ERR")
   RUN_RC=$?
 }

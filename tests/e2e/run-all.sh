@@ -41,7 +41,10 @@ else
 fi
 
 E2E_TMP=$(mktemp -d "${TMPDIR:-/tmp}/zandolin-e2e.XXXXXX")
-export E2E_EXE E2E_DEBUG E2E_CAPTURE E2E_TMP
+# The Linux build beside zandolin-debug: the simulated client's side of the
+# comparisons.
+E2E_LINUX_BUILD=$(dirname "$E2E_DEBUG")
+export E2E_EXE E2E_DEBUG E2E_CAPTURE E2E_TMP E2E_LINUX_BUILD
 export E2E_RESULTS="$E2E_TMP/results"
 : >"$E2E_RESULTS"
 # Pictures of the screen taken by the tests, for a person to look at; they

@@ -111,9 +111,8 @@ class Peer {
     return nlohmann::json::parse(text);
   }
 
- private:
-  Peer() = default;
-
+  // Bytes as the peers' records and scripts hold them: each byte the
+  // character of that number, in UTF-8.
   static std::string BytesAsCharacters(const std::string& bytes) {
     std::string text;
     for (unsigned char b : bytes) {
@@ -126,6 +125,9 @@ class Peer {
     }
     return text;
   }
+
+ private:
+  Peer() = default;
 
   static std::filesystem::path TempName(const char* what) {
     static int counter = 0;
