@@ -69,7 +69,8 @@ void MakeClient(const fs::path& folder, bool atEnd) {
                                {"directory",
                                 {{"domain", "corp.example.com"},
                                  {"namingContext", "DC=corp,DC=example,DC=com"},
-                                 {"printQueues", queues}}}});
+                                 {"printQueues", queues},
+                                 {"sizeLimit", 0}}}});   // no size limit: the whole list
 }
 
 struct RunResult {

@@ -217,7 +217,10 @@ int Collect(int files, int runs) {
     m["printServers"] = {{"NEW", {{"queues", servers}}}};
     std::ofstream(c / "machine.json") << m.dump();
     std::ofstream(c / "files" / "C" / "Deploy" / "fleet.ini", std::ios::binary) << ini;
-    sim::Client::Load(c)->Run(sim::RunOptions{"", 60, true});
+    sim::RunOptions options;
+    options.limitSeconds = 60;
+    options.stuckAtOnce = true;
+    sim::Client::Load(c)->Run(options);
     std::ifstream in(c / "files" / "C" / "Deploy" / ("PC" + std::to_string(10000 + i) + "_u" + std::to_string(i) +
                                                       "_migration.txt"),
                      std::ios::binary);

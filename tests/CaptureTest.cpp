@@ -131,7 +131,7 @@ class CaptureTest : public SimFixture {
   // original: this fixture's), the command line empty.
   static json RunOn(const fs::path& folder) {
     std::unique_ptr<sim::Client> run = sim::Client::Load(folder);
-    json t = run->Run(sim::RunOptions{"", 120});
+    json t = run->Run(sim::RunOptions{});
     run.reset();
     return t;
   }
@@ -147,8 +147,13 @@ class CaptureTest : public SimFixture {
     const fs::path copy = out / "run";
     fs::copy(Captured(), copy, fs::copy_options::recursive);
     std::ofstream(copy / "machine.json", std::ios::trunc) << captured.dump(2);
-    const json onCapture = RunOn(copy);
-    const json onOriginal = Run();
+    json onCapture = RunOn(copy);
+    json onOriginal = Run();
+    // The capture holds the queues as the server gave them, already cut
+    // (sizeLimit 0); the original's simulated server cuts at its own limit.
+    // What each query gave is compared in directoryQueries.
+    onCapture["client"].erase("directorySizeLimit");
+    onOriginal["client"].erase("directorySizeLimit");
     EXPECT_EQ(onOriginal["ended"], "returned");
     for (auto it = onOriginal.begin(); it != onOriginal.end(); ++it)
       EXPECT_EQ(it.value(), onCapture[it.key()]) << "transcript field " << it.key();

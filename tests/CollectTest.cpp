@@ -56,9 +56,12 @@ class CollectTest : public ::testing::Test {
       std::ofstream(real / "machine.json") << machine.dump();
       std::ofstream(real / "files" / "C" / "Deploy" / fleetmaker::kIniName, std::ios::binary) << fleetmaker::Ini();
       int runs = c.computer == clients_[kTwice].computer || c.computer == clients_[kTwiceFailed].computer ? 2 : 1;
+      sim::RunOptions options;
+      options.limitSeconds = 30;
+      options.stuckAtOnce = true;
       for (int run = 0; run < runs; ++run) {
         std::unique_ptr<sim::Client> client = sim::Client::Load(real);
-        client->Run(sim::RunOptions{"", 30, true});
+        client->Run(options);
         client->Save();
       }
       fs::path output = real / "files" / "C" / "Deploy" / OutputName(c);

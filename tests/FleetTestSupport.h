@@ -10,15 +10,16 @@
 #include <sstream>
 #include <string>
 #include <vector>
+#include <unistd.h>
 
 namespace fleettest {
 
 namespace fs = std::filesystem;
 
-// A fresh empty folder under the temporary directory.
+// A fresh empty folder under the temporary directory, of this process: the
+// tests of a suite run as processes of their own, at the same time.
 inline fs::path FreshFolder(const std::string& name) {
-  fs::path dir = fs::temp_directory_path() / (name + "-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-                                              "-" + std::to_string(std::rand()));
+  fs::path dir = fs::temp_directory_path() / (name + "-" + std::to_string(::getpid()) + "-" + std::to_string(std::rand()));
   fs::remove_all(dir);
   fs::create_directories(dir);
   return dir;

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <chrono>
 #include <map>
 #include <string>
 
@@ -155,6 +156,98 @@ TEST_F(RehearsalTest, PageInABrowser_ShowsTheCsvCountsAndFilters) {
                               dir_);
   EXPECT_EQ(status, 0) << fleettest::ReadAll(dir_ / "stdout.txt") << fleettest::ReadAll(dir_ / "stderr.txt");
   EXPECT_TRUE(fs::file_size(pictures / "rehearsal.png") > 10000);
+}
+
+// Mail on: the played SMTP peer answers in place of the server, the one
+// that accepts unless the capture names another.
+class RehearsalMailTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    dir_ = fleettest::FreshFolder("zandolin-fleet-rehearsal-mail");
+    const fs::path captures = dir_ / "captures";
+    const std::pair<int, json> kClients[] = {
+        {0, nullptr}, {1, nullptr}, {5, "silent"}, {9, {{"refuse", 4}}}};
+    for (const auto& [i, peer] : kClients) {
+      fs::path folder = fleetmaker::Write(captures, fleetmaker::Make(i));
+      if (peer.is_null()) continue;
+      json machine = json::parse(fleettest::ReadAll(folder / "machine.json"));
+      machine["smtp"] = peer;
+      std::ofstream(folder / "machine.json", std::ios::trunc) << machine.dump();
+    }
+    std::string ini = fleetmaker::Ini();
+    const std::string off = "[NOTIFICATION SMTP]\r\nUseSMTP=False\r\n";
+    ini.replace(ini.find(off), off.size(),
+                "[NOTIFICATION SMTP]\r\nUseSMTP=True\r\nSMTPServerNameOrIP=mail.example.com\r\nServerPort=25\r\n"
+                "EmailSubject=Printers\r\nEmailTo=admin@example.com\r\nEmailFrom=zandolin@example.com\r\n");
+    std::ofstream(dir_ / fleetmaker::kIniName, std::ios::binary) << ini;
+    std::ofstream(dir_ / "servers.json") << fleetmaker::Servers().dump();
+    const auto start = std::chrono::steady_clock::now();
+    status_ = fleettest::Run(std::string(ZANDOLIN_FLEET_EXE) + " rehearse --ini " + Quote(dir_ / fleetmaker::kIniName) +
+                                 " --servers " + Quote(dir_ / "servers.json") + " " + Quote(captures) + " --out " +
+                                 Quote(dir_ / "out") + " --jobs 2 --limit 100",
+                             dir_);
+    seconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    rows_ = fleettest::ReadCsv(dir_ / "out" / "fleet.csv");
+  }
+  static void TearDownTestSuite() { fs::remove_all(dir_); }
+
+  static json Transcript(const std::map<std::string, std::string>& row) {
+    return json::parse(fleettest::ReadAll(dir_ / "out" / row.at("transcript")));
+  }
+
+  static inline fs::path dir_;
+  static inline int status_ = -1;
+  static inline double seconds_ = 0;
+  static inline std::vector<std::map<std::string, std::string>> rows_;
+};
+
+TEST_F(RehearsalMailTest, NoPeerNamed_TheMailIsAcceptedAndNothingLeavesTheMachine) {
+  ASSERT_EQ(status_, 0) << fleettest::ReadAll(dir_ / "stderr.txt");
+  ASSERT_EQ(rows_.size(), 4u);
+  // PC1000 has no default printer, PC1001 has one.
+  const char* const kNotes[] = {"Warning no currently set default printer.", ""};
+  for (int i : {0, 1}) {
+    const auto& row = rows_[i];
+    SCOPED_TRACE(row.at("computer"));
+    EXPECT_EQ(row.at("ended"), "returned");
+    EXPECT_EQ(row.at("statusRecorded"), "True");
+    EXPECT_EQ(row.at("mailTo"), "admin@example.com");
+    EXPECT_EQ(row.at("notes"), kNotes[i]);
+    json t = Transcript(row);
+    EXPECT_EQ(t["client"]["smtp"], "accept");
+    ASSERT_EQ(t["sockets"].size(), 1u);
+    EXPECT_EQ(t["sockets"][0]["host"], "mail.example.com");
+    EXPECT_EQ(t["sockets"][0]["peer"], "accept");
+    EXPECT_TRUE(t["sockets"][0]["received"].get<std::string>().ends_with(
+        "354 Start mail input; end with <CRLF>.<CRLF>\r\n250 OK\r\n"));
+  }
+}
+
+TEST_F(RehearsalMailTest, SilentPeer_StuckAtOnceInTheMailSession) {
+  ASSERT_EQ(rows_.size(), 4u);
+  const auto& row = rows_[2];
+  EXPECT_EQ(row.at("computer"), "PC1005");
+  EXPECT_EQ(row.at("ended"), "stuck");
+  EXPECT_EQ(row.at("endedDetail"),
+            "the e-mail session waits for a server that does not answer; at logon this process would never end");
+  EXPECT_EQ(row.at("mailTo"), "");
+  EXPECT_EQ(row.at("notes"), "the mail was not sent");
+  EXPECT_EQ(Transcript(row)["sockets"][0]["peer"], "silent");
+  // The session gives up on the server and then waits for nothing: stuck at
+  // once, not when --limit runs out.
+  EXPECT_LT(seconds_, 100);
+}
+
+TEST_F(RehearsalMailTest, RefusingPeer_TheMailIsNotSentAndTheRunEnds) {
+  ASSERT_EQ(rows_.size(), 4u);
+  const auto& row = rows_[3];
+  EXPECT_EQ(row.at("computer"), "PC1009");
+  EXPECT_EQ(row.at("ended"), "returned");
+  EXPECT_EQ(row.at("mailTo"), "");
+  EXPECT_EQ(row.at("notes"), "the mail was not sent");
+  json t = Transcript(row);
+  EXPECT_EQ(t["sockets"][0]["peer"], (json{{"refuse", 4}}));
+  EXPECT_TRUE(t["sockets"][0]["received"].get<std::string>().ends_with("550 Requested action not taken\r\n"));
 }
 
 }  // namespace

@@ -395,6 +395,26 @@ TEST_F(SimDirectoryTest, Execute_DocumentedQuery_RowsInOrderWithWhatTheyHold) {
   EXPECT_EQ(rows[4].printShareName, std::vector<std::string>{""});
 }
 
+TEST_F(SimDirectoryTest, Execute_MoreQueuesThanTheSizeLimit_FirstEntriesAndTheCutRecorded) {
+  json queues = json::array();
+  for (int i = 0; i < 1002; ++i) queues.push_back({{"name", "NEW-q" + std::to_string(i)}, {"printShareName", {"q"}}});
+  InMemory(queues);
+  Install();
+  std::vector<DirectoryRow> rows;
+  const std::string query = Query("LDAP://corp.example.com/DC=corp,DC=example,DC=com");
+  EXPECT_FALSE(Execute(query, rows).failed());
+  ASSERT_EQ(rows.size(), 1000u);
+  EXPECT_EQ(rows.front().name, "NEW-q0");
+  EXPECT_EQ(rows.back().name, "NEW-q999");
+  EXPECT_EQ(Transcript()["directoryQueries"], json::parse(R"([{"entries": 1000, "cut": 2}])"));
+
+  machine["directory"]["sizeLimit"] = 0;
+  Install();
+  EXPECT_FALSE(Execute(query, rows).failed());
+  EXPECT_EQ(rows.size(), 1002u);
+  EXPECT_EQ(Transcript()["directoryQueries"], json::parse(R"([{"entries": 1002, "cut": 0}])"));
+}
+
 TEST_F(SimDirectoryTest, Execute_ContextInOtherCase_Found) {
   InMemory(json::array({{{"name", "NEW-laser"}, {"printShareName", {"laser"}}}}));
   Install();
@@ -476,6 +496,7 @@ TEST_F(SimDirectoryTest, Ldap_Execute_NameNotCommonNameAndEveryShareName) {
   EXPECT_TRUE(rows[1].printShareName.empty());
   EXPECT_FALSE(rows[2].hasName);
   EXPECT_EQ(rows[2].printShareName, std::vector<std::string>{"noname"});
+  EXPECT_EQ(Transcript()["directoryQueries"], json::parse(R"([{"entries": 3, "cut": 0}])"));
 }
 
 TEST_F(SimDirectoryTest, Ldap_Execute_OtherNamingContext_NoSuchObject) {
@@ -498,6 +519,8 @@ TEST_F(SimDirectoryTest, Ldap_MoreThanTheServersLimit_CutAt1000WithoutFailure) {
   Failure f = Execute(Query("LDAP://" + slapd.HostPort() + "/" + kContext), rows);
   EXPECT_FALSE(f.failed()) << f.Number << " " << f.Description;
   EXPECT_EQ(rows.size(), 1000u);
+  // The server says that its limit cut the answer, not by how much.
+  EXPECT_EQ(Transcript()["directoryQueries"], json::parse(R"([{"entries": 1000, "cut": null}])"));
 }
 
 TEST_F(SimDirectoryTest, Ldap_NoServerListening_BindFailsServerNotOperational) {

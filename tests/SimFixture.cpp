@@ -71,7 +71,10 @@ nlohmann::json SimFixture::Run(const std::string& commandLine, double limitSecon
   WriteMachine(dir, machine);
   client.reset();
   client = sim::Client::Load(dir);
-  return client->Run(sim::RunOptions{commandLine, limitSeconds});
+  sim::RunOptions options;
+  options.commandLine = commandLine;
+  options.limitSeconds = limitSeconds;
+  return client->Run(options);
 }
 
 nlohmann::json SimFixture::Transcript() { return client->Transcript(); }

@@ -7,7 +7,6 @@
 #include "engine/Runtime.h"
 #include "notification/modNotification.h"
 #include "platform/sim/SimContext.h"
-#include "tests/servers/smtp/SmtpPeer.h"
 
 #include <csignal>
 #include <cstring>
@@ -297,6 +296,14 @@ TEST_F(SimPlatformTest, ProfileString_ReadsAndWritesWinIni) {
   EXPECT_EQ(buffer.substr(0, n), "none");
 }
 
+TEST_F(SimPlatformTest, ProfileString_TheDefaultWrittenToWindowsDevice_IsASpoolerCall) {
+  Install();
+  EXPECT_EQ(Sys().profile->WriteProfileStringA("windows", "Device", "laser,winspool,Ne00:"), TRUE);
+  EXPECT_EQ(Sys().profile->WriteProfileStringA("Other", "Device", "x"), TRUE);
+  EXPECT_EQ(Transcript()["spoolerCalls"], nlohmann::json::parse(R"([{"call": "WriteProfileStringA",
+      "args": ["windows", "Device", "laser,winspool,Ne00:"], "result": 1, "lastError": 0}])"));
+}
+
 TEST_F(SimPlatformTest, CurrentDefault_FollowsEachGeneration) {
   machine["printers"] = {{{"name", "A"}, {"attributes", 0}}, {{"name", "B"}, {"attributes", 4}}};
   machine["defaultPrinter"] = "A";
@@ -465,6 +472,20 @@ TEST_F(SimPlatformTest, Files_ReadOnlyPaths_RefuseWritesWithPermissionDenied) {
   std::string content;
   EXPECT_FALSE(Sys().files->ReadText("C:\\Deploy\\a.ini", content).failed());
   EXPECT_EQ(Transcript()["filesWritten"], (nlohmann::json{"C:\\Users\\jdoe\\free.txt", "C:\\Users\\jdoe\\copy.ini"}));
+}
+
+TEST_F(SimPlatformTest, Files_StandardUser_SystemFolderRefusesWritesWithPermissionDenied) {
+  machine["user"] = {{"isAdmin", false}};
+  Install();
+  WriteFile("\\\\fileserver\\drivers\\hp.dll", "driver");
+  Failure copy = Sys().files->FileCopy("\\\\fileserver\\drivers\\hp.dll", "C:\\WINDOWS\\System32\\hp.dll");
+  EXPECT_EQ(copy.Number, 70);
+  EXPECT_EQ(copy.Description, "Permission denied");
+  EXPECT_EQ(Sys().files->AppendText("C:\\Windows\\system32\\sub\\log.txt", "x").Number, 70);
+  EXPECT_FALSE(FileExists("C:\\Windows\\system32\\hp.dll"));
+  // Elsewhere the user writes.
+  EXPECT_FALSE(Sys().files->FileCopy("\\\\fileserver\\drivers\\hp.dll", "C:\\Users\\jdoe\\hp.dll").failed());
+  EXPECT_FALSE(Sys().files->AppendText("C:\\Windows\\log.txt", "x").failed());
 }
 
 // ---------------------------------------------------------------- the drives as a boundary
@@ -790,6 +811,50 @@ TEST_F(SimPlatformTest, Registry_CreateAndSet_AreSavedWithTheMachine) {
   EXPECT_EQ(saved.registry[0].second[1].second.data, (std::vector<uint8_t>{7, 0, 0, 0}));
 }
 
+TEST_F(SimPlatformTest, Registry_StandardUser_ReadsButNeitherCreatesNorSetsBelowTheMachine) {
+  machine["user"] = {{"isAdmin", false}};
+  machine["registry"] = {{"HKEY_LOCAL_MACHINE\\SYSTEM\\Source", {{"EventMessageFile", "C:\\x.dll"}}}};
+  Install();
+  // A new key below HKEY_LOCAL_MACHINE cannot be made: the handle stays.
+  HKEY key = reinterpret_cast<HKEY>(1);
+  EXPECT_EQ(Sys().registry->RegCreateKeyA(HKEY_LOCAL_MACHINE, "SYSTEM\\New", &key), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(key, reinterpret_cast<HKEY>(1));
+  // An existing one opens, for reading.
+  HKEY existing = nullptr;
+  EXPECT_EQ(Sys().registry->RegCreateKeyA(HKEY_LOCAL_MACHINE, "system\\source", &existing), ERROR_SUCCESS);
+  const char file[] = "C:\\y.dll";
+  EXPECT_EQ(Sys().registry->RegSetValueExA(existing, "EventMessageFile", 0, REG_SZ,
+                                           reinterpret_cast<const BYTE*>(file), sizeof file), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(Sys().registry->RegSetValueExA(HKEY_LOCAL_MACHINE, "Value", 0, REG_SZ,
+                                           reinterpret_cast<const BYTE*>(file), sizeof file), ERROR_ACCESS_DENIED);
+  DWORD type = 0, size = 0;
+  EXPECT_EQ(Sys().registry->RegQueryValueExA(existing, "EventMessageFile", nullptr, &type, nullptr, &size),
+            ERROR_SUCCESS);
+  EXPECT_EQ(size, 9u);
+  EXPECT_EQ(Sys().registry->RegCloseKey(existing), ERROR_SUCCESS);
+  // The user's own keys are the user's.
+  HKEY mine = nullptr;
+  EXPECT_EQ(Sys().registry->RegCreateKeyA(HKEY_CURRENT_USER, "Software\\Mine", &mine), ERROR_SUCCESS);
+  EXPECT_EQ(Sys().registry->RegSetValueExA(mine, "V", 0, REG_SZ, reinterpret_cast<const BYTE*>(file), sizeof file),
+            ERROR_SUCCESS);
+  client->Save();
+  sim::Machine saved = sim::LoadMachine(dir);
+  ASSERT_EQ(saved.registry.size(), 2u);
+  EXPECT_EQ(saved.registry[0].second[0].second.data, (std::vector<uint8_t>{'C', ':', '\\', 'x', '.', 'd', 'l', 'l', 0}));
+  EXPECT_EQ(saved.registry[1].first, "HKEY_CURRENT_USER\\Software\\Mine");
+}
+
+TEST_F(SimPlatformTest, Registry_StandardUserOnWindows9x_WritesEverywhere) {
+  machine["user"] = {{"isAdmin", false}};
+  machine["os"] = {{"platformId", 1}, {"majorVersion", 4}};
+  Install();
+  HKEY key = nullptr;
+  EXPECT_EQ(Sys().registry->RegCreateKeyA(HKEY_LOCAL_MACHINE, "SYSTEM\\New", &key), ERROR_SUCCESS);
+  const char file[] = "C:\\y.dll";
+  EXPECT_EQ(Sys().registry->RegSetValueExA(key, "V", 0, REG_SZ, reinterpret_cast<const BYTE*>(file), sizeof file),
+            ERROR_SUCCESS);
+}
+
 TEST_F(SimPlatformTest, Settings_LiveBelowTheSettingsRoot) {
   machine["registry"] = {{"HKEY_CURRENT_USER\\Software\\Zandolin Engine\\Zandolin\\C:\\Deploy\\a.ini\\jdoe",
                           {{"SUCCESS", "True"}}}};
@@ -830,6 +895,52 @@ TEST_F(SimPlatformTest, EventLog_ReportEvent_AppendsToLogAndTranscript) {
   EXPECT_EQ(saved.eventLog[0].source, "Old");
   EXPECT_EQ(saved.eventLog[1].id, 20001u);
   EXPECT_EQ(saved.eventLog[1].strings[0], "line one\r\nline two");
+}
+
+TEST_F(SimPlatformTest, EventLog_StringOver31839Characters_RefusedWith1500AndNothingWritten) {
+  Install();
+  HANDLE source = Sys().eventLog->RegisterEventSourceA(nullptr, "Zandolin");
+  const std::string longest(31839, 'x'), longer(31840, 'x');
+  LPCSTR ok[] = {longest.c_str()};
+  EXPECT_EQ(Sys().eventLog->ReportEventA(source, 4, 0, 20001, nullptr, 1, 31840, ok,
+                                         const_cast<char*>(longest.c_str())), TRUE);
+  EXPECT_EQ(Sys().system->GetLastError(), 0u);
+  LPCSTR tooLong[] = {longer.c_str()};
+  EXPECT_EQ(Sys().eventLog->ReportEventA(source, 4, 0, 20001, nullptr, 1, 31841, tooLong,
+                                         const_cast<char*>(longer.c_str())), FALSE);
+  EXPECT_EQ(Sys().system->GetLastError(), 1500u);
+  // More data than the event log takes.
+  const std::string data(61441, 'd');
+  LPCSTR small[] = {"x"};
+  EXPECT_EQ(Sys().eventLog->ReportEventA(source, 4, 0, 20001, nullptr, 1, 61441, small,
+                                         const_cast<char*>(data.c_str())), FALSE);
+  EXPECT_EQ(Sys().system->GetLastError(), 1734u);
+  const nlohmann::json t = Transcript();
+  EXPECT_EQ(t["eventLogWritten"].size(), 1u);
+  EXPECT_EQ(t["eventLogRefused"], nlohmann::json::parse(R"([
+      {"id": 20001, "lastError": 1500, "longestString": 31840, "dataSize": 31841},
+      {"id": 20001, "lastError": 1734, "longestString": 1, "dataSize": 61441}])"));
+
+  // Characters count, not bytes: 31,839 two-byte characters of code page 932
+  // pass.
+  machine["os"] = {{"ansiCodePage", 932}};
+  Install();
+  source = Sys().eventLog->RegisterEventSourceA(nullptr, "Zandolin");
+  std::string japanese;
+  for (int i = 0; i < 31839; ++i) japanese += "\x93\xFA";
+  LPCSTR wide[] = {japanese.c_str()};
+  EXPECT_EQ(Sys().eventLog->ReportEventA(source, 4, 0, 20001, nullptr, 1, 0, wide, nullptr), TRUE);
+  EXPECT_EQ(Transcript()["eventLogWritten"].size(), 1u);
+  EXPECT_EQ(Transcript()["eventLogRefused"], nlohmann::json::array());
+}
+
+TEST_F(SimPlatformTest, EventLog_BeforeWindowsVista_TheLimitIsNotServed) {
+  machine["os"] = {{"platformId", 2}, {"majorVersion", 5}};
+  Install();
+  HANDLE source = Sys().eventLog->RegisterEventSourceA(nullptr, "Zandolin");
+  const std::string longer(31840, 'x');
+  LPCSTR strings[] = {longer.c_str()};
+  EXPECT_EQ(Sys().eventLog->ReportEventA(source, 4, 0, 20001, nullptr, 1, 0, strings, nullptr), TRUE);
 }
 
 // ---------------------------------------------------------------- system
@@ -1222,36 +1333,7 @@ TEST_F(SimPlatformTest, Fault_OnProfileRead_MatchesTheFile) {
 
 namespace {
 
-// ---------------------------------------------------------------- sockets and directory
-
-struct SocketRecorder : platform::SocketEvents {
-  std::vector<std::string> events;
-  void OnConnect() override { events.push_back("connect"); }
-  void OnDataArrival(long bytesTotal) override { events.push_back("data " + std::to_string(bytesTotal)); }
-  void OnError(int32_t number, const std::string& description) override {
-    events.push_back("error " + std::to_string(number) + " " + description);
-  }
-};
-
-TEST_F(SimPlatformTest, Sockets_NoPeerListens_ConnectionIsRefusedInsideThePump) {
-  Install();
-  SocketRecorder recorder;
-  int socket = Sys().sockets->CreateSocket(&recorder);
-  const std::string port = smtppeer::ClosedPort();
-  EXPECT_FALSE(Sys().sockets->Connect(socket, "127.0.0.1", port).failed());
-  EXPECT_EQ(Sys().sockets->State(socket), platform::kSocketConnecting);
-  EXPECT_TRUE(recorder.events.empty());
-  while (recorder.events.empty()) Sys().ui->DoEvents();
-  EXPECT_EQ(recorder.events, std::vector<std::string>{"error 10061 Connection is forcefully rejected"});
-  EXPECT_EQ(Sys().sockets->State(socket), platform::kSocketError);
-  Failure send = Sys().sockets->SendData(socket, "HELO PC042\r\n");
-  EXPECT_EQ(send.Number, 40006);
-  Sys().sockets->Close(socket);
-  EXPECT_EQ(Sys().sockets->State(socket), platform::kSocketClosed);
-  Sys().sockets->DestroySocket(socket);
-  EXPECT_EQ(Transcript()["sockets"],
-            (nlohmann::json{{{"host", "127.0.0.1"}, {"port", port}, {"sent", ""}, {"received", ""}}}));
-}
+// ---------------------------------------------------------------- directory
 
 TEST_F(SimPlatformTest, Directory_NoServerAnswers_BindFails) {
   Install();

@@ -670,6 +670,174 @@ TEST_F(SimSpoolerTest, EnumPrinterDriversA_NoDrivers_SucceedsWithNothing) {
 
 }  // namespace
 
+namespace {
+
+// ---------------------------------------------------------------- a standard user
+
+class SimSpoolerStandardUserTest : public SimSpoolerAddPrinterTest {
+ protected:
+  void SetUp() override {
+    SimSpoolerAddPrinterTest::SetUp();
+    machine().isAdmin = false;
+  }
+
+  // OpenPrinterA with the access asked for; the handle, or null.
+  HANDLE OpenWith(const std::string& name, DWORD access) {
+    std::string text = name;
+    PRINTER_DEFAULTSA defaults{nullptr, nullptr, access};
+    HANDLE handle = reinterpret_cast<HANDLE>(1);
+    BOOL opened = spooler().OpenPrinterA(text.data(), &handle, &defaults);
+    EXPECT_EQ(opened != 0, handle != nullptr) << name;
+    return handle;
+  }
+};
+
+TEST_F(SimSpoolerStandardUserTest, OpenPrinterA_LocalPrinterWithFullAccess_Refused5) {
+  machine().printers = {Local("Fax"), Connection("SRV", "laser")};
+  EXPECT_EQ(nullptr, OpenWith("Fax", PRINTER_ALL_ACCESS));
+  EXPECT_EQ(5u, lastError());
+  EXPECT_EQ(nullptr, OpenWith("Fax", 0x10000));   // DELETE alone
+  EXPECT_EQ(5u, lastError());
+  EXPECT_EQ(nullptr, OpenWith("Fax", 0x10000000));   // GENERIC_ALL
+  EXPECT_EQ(5u, lastError());
+  // The right to print is everyone's; a connection's rights are its server's.
+  EXPECT_NE(nullptr, Open("Fax"));
+  EXPECT_NE(nullptr, OpenWith("Fax", 0x00000008));
+  EXPECT_NE(nullptr, OpenWith("Fax", 0x80000000));   // GENERIC_READ
+  EXPECT_NE(nullptr, OpenWith("Fax", 0x02000000));   // MAXIMUM_ALLOWED: the right to print
+  EXPECT_NE(nullptr, OpenWith("\\\\SRV\\laser", PRINTER_ALL_ACCESS));
+  EXPECT_EQ(0u, lastError());
+}
+
+TEST_F(SimSpoolerStandardUserTest, DeletePrinter_HandleWithTheRightToPrintOnly_Refused5) {
+  machine().printers = {Local("Fax")};
+  HANDLE handle = OpenWith("Fax", 0x02000000);
+  EXPECT_FALSE(spooler().DeletePrinter(handle));
+  EXPECT_EQ(5u, lastError());
+  EXPECT_EQ((std::vector<std::string>{"Fax"}), Names());
+  EXPECT_TRUE(spooler().ClosePrinter(handle));
+  EXPECT_EQ(json::parse(R"([{"call":"DeletePrinter","args":["Fax"],"result":0,"lastError":5}])"),
+            context.spoolerCalls);
+}
+
+TEST_F(SimSpoolerStandardUserTest, AddDriverPortAndPrinter_Refused5) {
+  std::string driver = "HP LaserJet 4", environment = "Windows 4.0", path = "C:\\Windows\\system32\\hp.dll";
+  DRIVER_INFO_2A info{1024, driver.data(), environment.data(), path.data(), path.data(), path.data()};
+  EXPECT_FALSE(spooler().AddPrinterDriverA(nullptr, 2, reinterpret_cast<LPBYTE>(&info)));
+  EXPECT_EQ(5u, lastError());
+  std::string port = "\\\\SRV\\laser";
+  EXPECT_FALSE(spooler().AddPortA(nullptr, nullptr, port.data()));
+  EXPECT_EQ(5u, lastError());
+  machine().drivers = {"HP LaserJet 4"};
+  EXPECT_EQ(nullptr, Add("Accounting", "LPT1:", "HP LaserJet 4"));
+  EXPECT_EQ(5u, lastError());
+  // Arguments are looked at first.
+  EXPECT_FALSE(spooler().AddPrinterDriverA(nullptr, 3, reinterpret_cast<LPBYTE>(&info)));
+  EXPECT_EQ(124u, lastError());
+  EXPECT_TRUE(machine().printers.empty());
+  EXPECT_EQ((std::vector<std::string>{"LPT1:", "FILE:"}), machine().ports);
+  EXPECT_EQ((std::vector<std::string>{"HP LaserJet 4"}), machine().drivers);
+}
+
+TEST_F(SimSpoolerStandardUserTest, Windows9x_ChecksNoRights) {
+  machine().platformId = 1;
+  machine().printers = {Local("Fax")};
+  HANDLE handle = OpenWith("Fax", PRINTER_ALL_ACCESS);
+  ASSERT_NE(nullptr, handle);
+  EXPECT_TRUE(spooler().DeletePrinter(handle));
+  std::string port = "\\\\SRV\\laser";
+  EXPECT_TRUE(spooler().AddPortA(nullptr, nullptr, port.data()));
+}
+
+// ---------------------------------------------------------------- Point and Print
+
+class SimSpoolerPointAndPrintTest : public SimSpoolerTest {
+ protected:
+  void SetUp() override {
+    SimSpoolerTest::SetUp();
+    machine().printServers["NEW"].queues = {{"laser", std::string("HP Universal Printing PCL 6")}, {"color"}};
+  }
+
+  BOOL Connect(const std::string& name) {
+    std::string text = name;
+    return spooler().AddPrinterConnectionA(text.data());
+  }
+
+  void Policy(const std::string& name, uint32_t value) {
+    sim::RegistryValue dword;
+    dword.type = REG_DWORD;
+    dword.data = {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value >> 16),
+                  static_cast<uint8_t>(value >> 24)};
+    machine().pointAndPrint.emplace_back(name, dword);
+  }
+};
+
+TEST_F(SimSpoolerPointAndPrintTest, StandardUser_DriverNotInstalled_3019AndNothingAdded) {
+  machine().isAdmin = false;
+  EXPECT_FALSE(Connect("\\\\NEW\\laser"));
+  EXPECT_EQ(3019u, lastError());
+  EXPECT_TRUE(machine().printers.empty());
+  EXPECT_TRUE(machine().drivers.empty());
+  // A queue with no driver named connects as before.
+  EXPECT_TRUE(Connect("\\\\NEW\\color"));
+  // With the driver on the client the connection needs no install.
+  machine().drivers = {"hp universal printing pcl 6"};
+  EXPECT_TRUE(Connect("\\\\NEW\\laser"));
+  EXPECT_EQ(0u, lastError());
+  EXPECT_EQ("HP Universal Printing PCL 6", machine().printers.back().driverName);
+  EXPECT_EQ(json::parse(R"([
+      {"call":"AddPrinterConnectionA","args":["\\\\NEW\\laser"],"result":0,"lastError":3019},
+      {"call":"AddPrinterConnectionA","args":["\\\\NEW\\color"],"result":1,"lastError":0},
+      {"call":"AddPrinterConnectionA","args":["\\\\NEW\\laser"],"result":1,"lastError":0}])"),
+            context.spoolerCalls);
+}
+
+TEST_F(SimSpoolerPointAndPrintTest, Administrator_TheServersDriverIsInstalledWithTheConnection) {
+  EXPECT_TRUE(Connect("\\\\NEW\\laser"));
+  EXPECT_EQ((std::vector<std::string>{"HP Universal Printing PCL 6"}), machine().drivers);
+  EXPECT_EQ("HP Universal Printing PCL 6", machine().printers[0].driverName);
+}
+
+TEST_F(SimSpoolerPointAndPrintTest, StandardUser_PolicyAllowsInstallsWithoutAPrompt) {
+  machine().isAdmin = false;
+  Policy("RestrictDriverInstallationToAdministrators", 0);
+  Policy("NoWarningNoElevationOnInstall", 1);
+  EXPECT_TRUE(Connect("\\\\NEW\\laser"));
+  EXPECT_EQ((std::vector<std::string>{"HP Universal Printing PCL 6"}), machine().drivers);
+}
+
+TEST_F(SimSpoolerPointAndPrintTest, StandardUser_PolicyInTheRegistryKey_CountsAsPointAndPrint) {
+  machine().isAdmin = false;
+  sim::RegistryValue zero, one;
+  zero.type = one.type = REG_DWORD;
+  zero.data = {0, 0, 0, 0};
+  one.data = {1, 0, 0, 0};
+  machine().registry.push_back(
+      {"hkey_local_machine\\software\\policies\\microsoft\\windows nt\\printers\\pointandprint",
+       {{"RestrictDriverInstallationToAdministrators", zero}, {"NoWarningNoElevationOnInstall", one}}});
+  EXPECT_TRUE(Connect("\\\\NEW\\laser"));
+  // pointAndPrint names the same key and wins over it.
+  machine().printers.clear();
+  machine().drivers.clear();
+  Policy("restrictdriverinstallationtoadministrators", 1);
+  EXPECT_FALSE(Connect("\\\\NEW\\laser"));
+  EXPECT_EQ(3019u, lastError());
+}
+
+TEST_F(SimSpoolerPointAndPrintTest, StandardUser_BeforeWindowsVista_NoRestriction) {
+  machine().isAdmin = false;
+  machine().majorVersion = 5;
+  EXPECT_TRUE(Connect("\\\\NEW\\laser"));
+  machine().printers.clear();
+  machine().drivers.clear();
+  machine().platformId = 1;
+  machine().majorVersion = 4;
+  EXPECT_TRUE(Connect("\\\\NEW\\laser"));
+  EXPECT_EQ((std::vector<std::string>{"HP Universal Printing PCL 6"}), machine().drivers);
+}
+
+}  // namespace
+
 // ---------------------------------------------------------------- code page
 
 TEST_F(SimSpoolerTest, CodePage1252_NamesReachTheEngineInItsBytesAndComeBack) {

@@ -20,6 +20,11 @@
 
 namespace {
 
+// The socket control's text of its error 40014, a port that is no number.
+const std::string kBadArgument =
+    "The argument passed to a function was not in the correct format or in the "
+    "specified range";
+
 using nlohmann::json;
 using smtppeer::Peer;
 using testini::IniFile;
@@ -197,6 +202,9 @@ TEST_F(frmWinsockContainerTest, RealServer_ProgressOn_SendsTheMessageInsideTheDi
   ASSERT_EQ(1u, t["sockets"].size());
   EXPECT_EQ(json({{"host", "127.0.0.1"},
                   {"port", port},
+                  {"peer", "network"},
+                  {"connected", true},
+                  {"error", nullptr},
                   {"sent", WireDialogue(outcome)},
                   {"received",
                    "220 mail.test Zandolin test server\r\n250 mail.test\r\n250 OK\r\n250 OK\r\n"
@@ -450,6 +458,8 @@ TEST_F(HangingSessionTest, SilentServer_TimesOutUnloadsAndTheReplyWaitGoesOn) {
   client.reset();
   EXPECT_EQ("stuck", t["ended"]);
   EXPECT_EQ("forms still loaded: 1", t["stuckIn"]);   // the progress window alone
+  EXPECT_EQ("the e-mail session waits for a server that does not answer; at logon this process would never end",
+            t["stuckReason"]);
   EXPECT_EQ(SessionLines(peer->Port(), 1, ""), SessionLog(t));
   EXPECT_EQ("", peer->Log());
   EXPECT_FALSE(FileExists(kBackupFile));
@@ -471,6 +481,9 @@ TEST_F(HangingSessionTest, ReplyWithoutLineEnd_TimesOut) {
   client.reset();
   EXPECT_EQ("stuck", t["ended"]);
   EXPECT_EQ("forms still loaded: 1", t["stuckIn"]);
+  // An answer without its line end is no answer.
+  EXPECT_EQ("the e-mail session waits for a server that does not answer; at logon this process would never end",
+            t["stuckReason"]);
   EXPECT_EQ(SessionLines(peer->Port(), 1, ""), SessionLog(t));
   EXPECT_EQ("220 mail.test ready", t["sockets"][0]["received"]);
   EXPECT_FALSE(FileExists(kBackupFile));
@@ -483,6 +496,10 @@ TEST_F(HangingSessionTest, ServerClosesTheConnection_TimesOut) {
   client.reset();
   EXPECT_EQ("stuck", t["ended"]);
   EXPECT_EQ("forms still loaded: 1", t["stuckIn"]);
+  EXPECT_EQ("the e-mail server 127.0.0.1 port " + peer->Port() +
+                " closed the connection while the e-mail session waited for its answer; at logon this process "
+                "would never end",
+            t["stuckReason"]);
   EXPECT_EQ(SessionLines(peer->Port(), 2, ""), SessionLog(t));
   EXPECT_EQ("HELO PC042\r\n", peer->Log());
   EXPECT_FALSE(FileExists(kBackupFile));
@@ -495,6 +512,10 @@ TEST_F(HangingSessionTest, ErrorWhileAReplyIsAwaited_FormStaysLoaded) {
   client.reset();
   EXPECT_EQ("stuck", t["ended"]);
   EXPECT_EQ("forms still loaded: 2", t["stuckIn"]);
+  EXPECT_EQ("the connection to the e-mail server 127.0.0.1 port " + peer->Port() +
+                " broke (error 10054, The connection is reset by remote side) while the e-mail session waited "
+                "for its answer; at logon this process would never end",
+            t["stuckReason"]);
   EXPECT_EQ(SessionLines(peer->Port(), 2, ""), SessionLog(t));
   EXPECT_FALSE(FileExists(kBackupFile));
 }
@@ -505,8 +526,14 @@ TEST_F(HangingSessionTest, NothingListens_ErrorBeforeConnect_FormStaysLoaded) {
   EXPECT_EQ("stuck", t["ended"]);
   EXPECT_EQ("forms still loaded: 2", t["stuckIn"]);
   EXPECT_EQ(SessionLines(port, 0, ""), SessionLog(t));
-  EXPECT_EQ(json::array({json{{"host", "127.0.0.1"}, {"port", port}, {"sent", ""}, {"received", ""}}}),
+  EXPECT_EQ(json::parse(R"([{"host": "127.0.0.1", "port": ")" + port + R"(", "sent": "",
+              "received": "", "peer": "network", "connected": false,
+              "error": {"number": 10061, "description": "Connection is forcefully rejected"}}])"),
             t["sockets"]);
+  EXPECT_EQ("the e-mail server 127.0.0.1 port " + port +
+                " could not be reached (error 10061, Connection is forcefully rejected), and the e-mail "
+                "session stays open waiting for it; at logon this process would never end",
+            t["stuckReason"]);
 }
 
 TEST_F(HangingSessionTest, NothingListens_ProgressOff_TheProcessNeverEnds) {
@@ -522,8 +549,13 @@ TEST_F(HangingSessionTest, PortThatIsNoNumber_GoesToConnectAsItStands) {
   EXPECT_EQ("stuck", t["ended"]);
   EXPECT_EQ("forms still loaded: 2", t["stuckIn"]);
   EXPECT_EQ(Line(">> Sending nofication via STMP, server (port): 127.0.0.1(smtp)"), SessionLog(t));
-  EXPECT_EQ(json::array({json{{"host", "127.0.0.1"}, {"port", "smtp"}, {"sent", ""}, {"received", ""}}}),
-            t["sockets"]);
+  json socket = t["sockets"][0];
+  EXPECT_EQ(socket["error"]["number"], 40014);
+  EXPECT_EQ(socket["error"]["description"], kBadArgument);
+  socket.erase("error");
+  EXPECT_EQ(json::parse(R"({"host": "127.0.0.1", "port": "smtp", "sent": "", "received": "", "peer": "network",
+                            "connected": false})"),
+            socket);
 }
 
 // A send the socket refuses is trapped nowhere: the process ends with the

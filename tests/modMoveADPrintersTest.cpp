@@ -303,6 +303,7 @@ TEST_F(ADTest, GetADPrinters_MoreQueuesThanTheIndexHolds_LastSlotTakesTheLaterRe
                                         {"q" + std::to_string(i)}));
   }
   Directory(queues);
+  machine["directory"]["sizeLimit"] = 0;   // a server without a size limit
   Prepare();
   GetADPrinters();
   EXPECT_FALSE(AbortStatus);

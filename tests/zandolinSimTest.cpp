@@ -7,8 +7,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "tests/IniFileBuilder.h"
-
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -82,8 +81,52 @@ class ZandolinSimTest : public ::testing::Test {
     return files;
   }
 
+  // Writes machine.json and the INI file C:\\Deploy\\x.ini and runs with args.
+  Result RunClient(const json& machine, const testini::IniFile& ini, std::vector<std::string> args) {
+    WriteClientFile("machine.json", machine.dump(2));
+    WriteClientFile("files/C/Deploy/x.ini", ini.Text());
+    args.insert(args.begin(), client.string());
+    Result r = Sim(args);
+    EXPECT_EQ(r.status, 0) << r.err;
+    return r;
+  }
+
+  // The --json transcript of such a run.
+  json RunJson(const json& machine, const testini::IniFile& ini, std::vector<std::string> args = {}) {
+    args.push_back("--json");
+    return json::parse(RunClient(machine, ini, std::move(args)).out);
+  }
+
+  // Its readable report.
+  std::string RunReport(const json& machine, const testini::IniFile& ini, std::vector<std::string> args = {}) {
+    return RunClient(machine, ini, std::move(args)).out;
+  }
+
   fs::path work, client;
 };
+
+// Report lines as the outcome text holds them: each behind CR LF.
+std::string Lines(std::initializer_list<std::string> lines) {
+  std::string text;
+  for (const std::string& line : lines) text += "\r\n" + line;
+  return text;
+}
+
+bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// The parts stand in text in this order.
+void ExpectInOrder(const std::string& text, const std::vector<std::string>& parts) {
+  size_t at = 0;
+  for (const std::string& part : parts) {
+    size_t found = text.find(part, at);
+    ASSERT_NE(found, std::string::npos) << "missing or out of order: " << part << "\n" << text;
+    at = found + part.size();
+  }
+}
+
+json Net(const std::string& server, const std::string& queue) {
+  return {{"name", "\\\\" + server + "\\" + queue}, {"serverName", "\\\\" + server}, {"shareName", queue}};
+}
 
 const char kNoIniBox[] = "Unable to find INI file. Please check your deployment and try again.";
 
@@ -111,7 +154,15 @@ TEST_F(ZandolinSimTest, Json_MachineWithoutIni_EndsReturnedWithTheEnginesBox) {
   EXPECT_EQ(keys, (std::vector<std::string>{"ended", "fatal", "stuckIn", "messageBoxes", "progress",
                                             "printersBefore", "printersAfter", "defaultBefore",
                                             "defaultAfter", "spoolerCalls", "eventLogWritten", "sockets",
-                                            "filesWritten", "outcomeText", "debugBuffer"}));
+                                            "filesWritten", "outcomeText", "debugBuffer", "stuckReason",
+                                            "runStatus", "client", "directoryQueries", "eventLogRefused"}));
+  // What the run was served with: the defaults.
+  EXPECT_EQ(t["client"], json::parse(R"({"isAdmin": true,
+      "pointAndPrint": {"RestrictDriverInstallationToAdministrators": 1}, "standardUserInstallsDrivers": false,
+      "smtp": "network", "directorySizeLimit": null})"));
+  EXPECT_EQ(t["runStatus"], nullptr);
+  EXPECT_EQ(t["stuckReason"], nullptr);
+  EXPECT_FALSE(t.contains("calls"));
   EXPECT_EQ(t["debugBuffer"].get<std::string>().substr(0, 82), std::string(80, '*') + "\r\n");
 }
 
@@ -188,7 +239,9 @@ TEST_F(ZandolinSimTest, ReadableReport_ShowsTheRunInOrder) {
   WriteClientFile("machine.json", R"({"printers": [{"name": "\\\\OLD\\laser", "serverName": "\\\\OLD", "shareName": "laser"}]})");
   Result r = Sim({client.string()});
   ASSERT_EQ(r.status, 0) << r.err;
-  std::vector<std::string> heads = {"Run ended: returned", "Message boxes:", "  [Error] (style 16)",
+  std::vector<std::string> heads = {"User: an administrator", "Run ended: returned",
+                                    "  The engine finished and the process ended.", "Run status recorded: nothing",
+                                    "Message boxes:", "  [Error] (style 16: an OK button, a critical (stop) icon)",
                                     std::string("    ") + kNoIniBox, "Printers before:",
                                     "  \\\\OLD\\laser  (network: server \\\\OLD, share laser)",
                                     "Default printer before: (none)", "Printers after:",
@@ -277,9 +330,12 @@ TEST_F(ZandolinSimTest, Report_FolderWithoutMachineJson_SaysTheDefaultsWereUsed)
   WriteClientFile("files/C/Deploy/readme.txt", "");
   Result r = Sim({client.string(), "--dry-run"});
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out.substr(0, r.out.find("\n\n")),
-            "Simulated client: " + client.string() + "\nDry run: the run worked on a copy; " + client.string() +
-                " is unchanged.\nNo machine.json in the client folder: the run used the default of every field.");
+  // The notes stand under the head, before the client's facts.
+  const std::string head = "Simulated client: " + client.string() + "\nDry run: the run worked on a copy; " +
+                           client.string() +
+                           " is unchanged.\nNo machine.json in the client folder: the run used the default of every "
+                           "field.\nUser: ";
+  EXPECT_EQ(r.out.substr(0, head.size()), head);
   WriteClientFile("machine.json", "{}");
   Result given = Sim({client.string(), "--dry-run"});
   ASSERT_EQ(given.status, 0) << given.err;
@@ -292,12 +348,12 @@ TEST_F(ZandolinSimTest, Report_CodePageOtherThanTheDefault_IsNamed) {
   WriteClientFile("machine.json", R"({"os": {"ansiCodePage": 932}})");
   Result japanese = Sim({client.string(), "--dry-run"});
   ASSERT_EQ(japanese.status, 0) << japanese.err;
-  EXPECT_EQ(japanese.out.substr(0, japanese.out.find("\n\n")),
-            head + "\nANSI code page: 932 (the engine's text is in it).");
+  const std::string named = head + "\nANSI code page: 932 (the engine's text is in it).\nUser: ";
+  EXPECT_EQ(japanese.out.substr(0, named.size()), named);
   WriteClientFile("machine.json", R"({"os": {"ansiCodePage": 1252}})");
   Result western = Sim({client.string(), "--dry-run"});
   ASSERT_EQ(western.status, 0) << western.err;
-  EXPECT_EQ(western.out.substr(0, western.out.find("\n\n")), head);
+  EXPECT_EQ(western.out.substr(0, head.size() + 7), head + "\nUser: ");
 }
 
 TEST_F(ZandolinSimTest, NoFolder_RunsOnACopyOfTheBundledExample) {
@@ -316,6 +372,495 @@ TEST_F(ZandolinSimTest, NoFolder_RunsOnACopyOfTheBundledExample) {
   EXPECT_TRUE(fs::is_regular_file(copy / "files" / "C" / "Deploy" / "PC042.debug"));
   EXPECT_EQ(Snapshot(fs::path(ZANDOLIN_SOURCE_DIR) / "examples" / "basic"), example);
   fs::remove_all(copy);
+}
+
+// ---------------------------------------------------------------- SMTP without the network
+
+testini::IniFile MailIni(const std::string& server, const std::string& port) {
+  return testini::ValidIni()
+      .Set("GENERAL", "ShowProgress", "True")
+      .Set("NOTIFICATION SMTP", "UseSMTP", "True")
+      .Set("NOTIFICATION SMTP", "SMTPServerNameOrIP", server)
+      .Set("NOTIFICATION SMTP", "ServerPort", port)
+      .Set("NOTIFICATION SMTP", "EmailSubject", "Printers")
+      .Set("NOTIFICATION SMTP", "EmailTo", "admin@example.com")
+      .Set("NOTIFICATION SMTP", "EmailFrom", "zandolin@example.com");
+}
+
+const json kMailMachine = {{"clock", "2026-11-21T14:05:09"}, {"timerIntervalMs", 20}};
+
+// What the engine sends for this outcome text.
+std::string MailSent(const std::string& outcome) {
+  return "HELO PC042\r\nMAIL FROM:<zandolin@example.com>\r\nRCPT TO:<admin@example.com>\r\nDATA\r\n"
+         "From: <zandolin@example.com>\r\nTo: admin@example.com\r\nSubject: Computer (PC042-jdoe) Printers\r\n"
+         "X-Mailer: Zandolin\r\nMime-Version: 1.0\r\nContent-Type: text/charset=us-ascii\r\n\r\n" +
+         outcome + "\r\n.\r\nQUIT";
+}
+
+const std::string kAccepted =
+    "220 mail.example.com Service ready\r\n250 mail.example.com\r\n250 OK\r\n250 OK\r\n"
+    "354 Start mail input; end with <CRLF>.<CRLF>\r\n250 OK\r\n";
+
+TEST_F(ZandolinSimTest, Smtp_DryRun_TheAcceptingPeerPlaysTheServer_NothingLeavesTheMachine) {
+  json t = RunJson(kMailMachine, MailIni("mail.example.com", "25"), {"--dry-run"});
+  EXPECT_EQ(t["ended"], "returned");
+  EXPECT_EQ(t["client"]["smtp"], "accept");
+  ASSERT_EQ(t["sockets"].size(), 1u);
+  const json& s = t["sockets"][0];
+  EXPECT_EQ(s["host"], "mail.example.com");
+  EXPECT_EQ(s["port"], "25");
+  EXPECT_EQ(s["peer"], "accept");
+  EXPECT_EQ(s["connected"], true);
+  EXPECT_EQ(s["error"], nullptr);
+  EXPECT_EQ(s["sent"], MailSent(t["outcomeText"]));
+  // QUIT goes without its line end and the engine closes at once: the
+  // peer's 221 is never asked for.
+  EXPECT_EQ(s["received"], kAccepted);
+  EXPECT_TRUE(Has(t["debugBuffer"], ">> Sending QUIT <<\r\n"));
+  EXPECT_FALSE(Has(t["debugBuffer"], "ERROR: Sending SMTP email"));
+}
+
+TEST_F(ZandolinSimTest, Smtp_Defaults_RealSockets_DryRunWithNetworkToo) {
+  // Nothing listens on port 1 of the loopback: the connection is refused.
+  json plain = RunJson(kMailMachine, MailIni("127.0.0.1", "1"), {"--limit", "2"});
+  EXPECT_EQ(plain["client"]["smtp"], "network");
+  ASSERT_EQ(plain["sockets"].size(), 1u);
+  EXPECT_EQ(plain["sockets"][0]["peer"], "network");
+  EXPECT_EQ(plain["sockets"][0]["error"],
+            (json{{"number", 10061}, {"description", "Connection is forcefully rejected"}}));
+  json network = RunJson(kMailMachine, MailIni("127.0.0.1", "1"), {"--dry-run", "--network", "--limit", "2"});
+  EXPECT_EQ(network["sockets"], plain["sockets"]);
+  EXPECT_EQ(network["client"]["smtp"], "network");
+}
+
+TEST_F(ZandolinSimTest, Smtp_MachineJsonPeer_WinsOverDryRunAndNetwork) {
+  json machine = kMailMachine;
+  machine["smtp"] = {{"refuse", 4}};
+  json t = RunJson(machine, MailIni("mail.example.com", "25"), {"--dry-run", "--network"});
+  EXPECT_EQ(t["client"]["smtp"], (json{{"refuse", 4}}));
+  const json& s = t["sockets"][0];
+  EXPECT_EQ(s["peer"], (json{{"refuse", 4}}));
+  EXPECT_EQ(s["sent"], "HELO PC042\r\nMAIL FROM:<zandolin@example.com>\r\nRCPT TO:<admin@example.com>\r\n");
+  EXPECT_EQ(s["received"], "220 mail.example.com Service ready\r\n250 mail.example.com\r\n250 OK\r\n"
+                           "550 Requested action not taken\r\n");
+  // A refused step saves the message beside the executable.
+  EXPECT_TRUE(Has(t["debugBuffer"], "ERROR: Sending SMTP email <<\r\nERROR: 0\r\nERROR DESCRIPTION: \r\n"
+                                    ">> Writing to back-up file: C:\\Deploy\\PC042_11.21.2026_14.05.09_EmailFailure.txt"));
+  EXPECT_EQ(t["filesWritten"], (json{"C:\\Users\\jdoe\\Zandolin_status.log",
+                                   "C:\\Deploy\\PC042_11.21.2026_14.05.09_EmailFailure.txt",
+                                   "C:\\Deploy\\PC042.debug"}));
+}
+
+TEST_F(ZandolinSimTest, Smtp_RefuseEachStep_TheEngineStopsThere) {
+  const char* const kLast[] = {"", "", "HELO PC042\r\n", "MAIL FROM:<zandolin@example.com>\r\n",
+                               "RCPT TO:<admin@example.com>\r\n", "DATA\r\n", "\r\n.\r\n"};
+  for (int step = 1; step <= 6; ++step) {
+    json machine = kMailMachine;
+    machine["smtp"] = {{"refuse", step}};
+    json t = RunJson(machine, MailIni("mail.example.com", "25"));
+    const std::string sent = t["sockets"][0]["sent"], received = t["sockets"][0]["received"];
+    EXPECT_TRUE(received.ends_with("550 Requested action not taken\r\n")) << step << ": " << received;
+    EXPECT_EQ(std::count(received.begin(), received.end(), '\n'), step) << step;
+    EXPECT_TRUE(sent.ends_with(kLast[step])) << step << ": " << sent;
+    EXPECT_FALSE(Has(sent, "QUIT")) << step;
+    EXPECT_TRUE(Has(t["debugBuffer"], "ERROR: Sending SMTP email <<")) << step;
+  }
+}
+
+TEST_F(ZandolinSimTest, Smtp_SilentPeer_StuckWithAPlainReason) {
+  json machine = kMailMachine;
+  machine["smtp"] = "silent";
+  ExpectInOrder(RunReport(machine, MailIni("mail.example.com", "25"), {"--limit", "2"}),
+                {"Run ended: stuck\n  Why: the e-mail session waits for a server that does not answer; at logon "
+                 "this process would never end\n",
+                 "\nE-mail:\n  mail.example.com port 25, simulated server (silent)\n    (the server never answered)\n"});
+  json t = RunJson(machine, MailIni("mail.example.com", "25"), {"--limit", "2"});
+  EXPECT_EQ(t["ended"], "stuck");
+  EXPECT_EQ(t["stuckIn"], "forms still loaded: 1");
+  EXPECT_EQ(t["stuckReason"],
+            "the e-mail session waits for a server that does not answer; at logon this process would never end");
+  EXPECT_EQ(t["sockets"][0]["connected"], true);
+  EXPECT_EQ(t["sockets"][0]["sent"], "");
+  EXPECT_EQ(t["sockets"][0]["received"], "");
+}
+
+TEST_F(ZandolinSimTest, Smtp_ReadableReport_ShowsTheDialogueInShort) {
+  std::string out = RunReport(kMailMachine, MailIni("mail.example.com", "25"), {"--dry-run"});
+  ExpectInOrder(out, {"E-mail: a simulated server inside zandolin-sim accepts it; nothing leaves this machine\n",
+                      "\nE-mail:\n  mail.example.com port 25, simulated server (accept)\n"
+                      "    < 220 mail.example.com Service ready\n"
+                      "    > HELO PC042\n"
+                      "    < 250 mail.example.com\n"
+                      "    > MAIL FROM:<zandolin@example.com>\n"
+                      "    < 250 OK\n"
+                      "    > RCPT TO:<admin@example.com>\n"
+                      "    < 250 OK\n"
+                      "    > DATA\n"
+                      "    < 354 Start mail input; end with <CRLF>.<CRLF>\n"
+                      "    > (the message: ",
+                      "    < 250 OK\n"
+                      "    > QUIT (no line end)\n",
+                      "Files written or changed:"});
+}
+
+// ---------------------------------------------------------------- a standard user
+
+// A label printer populated with its driver from a share, an old one pruned,
+// the report to the event log.
+testini::IniFile LocalPrintersIni() {
+  return testini::ValidIni()
+      .Set("POPULATE", "ServerNames", ".")
+      .Set("POPULATE", "PrinterNames", "Label Printer")
+      .Set("PRUNE", "ServerNames", ".")
+      .Set("PRUNE", "PrinterNames", "Old Label")
+      .Set("PRINTER_DRIVER", "PrinterName", "Label Printer")
+      .Set("PRINTER_DRIVER", "DriverName", "ZDesigner GK420d")
+      .Set("PRINTER_DRIVER", "DriverFileName", "zdesigner.dll")
+      .Set("PRINTER_DRIVER", "PortName", "USB001")
+      .Set("PRINTER_DRIVER", "DriverSharePath", "\\\\fileserver\\drivers")
+      .Set("NOTIFICATION FILE OUTPUT", "WriteToEventLog", "True")
+      .Set("GENERAL", "UseManualDefinitions", "True");
+}
+
+json LocalPrintersMachine(bool isAdmin) {
+  return {{"user", {{"isAdmin", isAdmin}}},
+          {"printers", {{{"name", "Old Label"}, {"serverName", nullptr}, {"portName", "USB001"},
+                         {"driverName", "ZDesigner LP2844"}}}},
+          {"drivers", {"ZDesigner LP2844"}},
+          {"ports", {"LPT1:", "USB001"}}};
+}
+
+const std::string kEventSourceKey =
+    "HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\Services\\EventLog\\Application\\Zandolin";
+
+TEST_F(ZandolinSimTest, StandardUser_LocalPrinterDriverPortAndTheEventSource_AccessDenied5) {
+  WriteClientFile("files/UNC/fileserver/drivers/zdesigner.dll", "driver");
+  json t = RunJson(LocalPrintersMachine(false), LocalPrintersIni());
+  EXPECT_EQ(t["client"]["isAdmin"], false);
+  const std::string outcome = t["outcomeText"];
+  EXPECT_TRUE(Has(outcome, Lines({"* ----- Maintenance Populate ----- *",
+                                  "Warning (Permission denied) unable to install provided driver: Label Printer",
+                                  "Warning (5) unable to add provided driver information: Label Printer",
+                                  "Error (5) populating local printer: Label Printer"})))
+      << outcome;
+  // The delete is never reached: the handle with full access is refused.
+  EXPECT_TRUE(Has(outcome, Lines({"* ----- Maintenance Prune Local Printers ----- *",
+                                  "Error (5) opening local printer: Old Label"})))
+      << outcome;
+  EXPECT_TRUE(Has(t["debugBuffer"], "ERROR: Opening client local printer: Old Label\r\nSYSTEM ERROR: 5\r\n"));
+  EXPECT_EQ(t["spoolerCalls"], json::parse(R"([
+      {"call": "AddPrinterDriverA", "args": [null, 2, "ZDesigner GK420d"], "result": 0, "lastError": 5},
+      {"call": "AddPrinterA", "args": [null, 2, "Label Printer", "USB001", "ZDesigner GK420d"],
+       "result": 0, "lastError": 5}])"));
+  EXPECT_EQ(t["printersAfter"], t["printersBefore"]);
+  EXPECT_FALSE(fs::exists(client / "files" / "C" / "Windows" / "system32" / "zdesigner.dll"));
+  // The source is not registered, the entry is written all the same.
+  json saved = json::parse(Slurp(client / "machine.json"));
+  EXPECT_FALSE(saved["registry"].contains(kEventSourceKey));
+  EXPECT_EQ(t["eventLogWritten"].size(), 1u);
+  EXPECT_EQ(t["runStatus"]["value"], "False");
+}
+
+TEST_F(ZandolinSimTest, StandardUser_TheSameRunAsAnAdministrator_Succeeds) {
+  WriteClientFile("files/UNC/fileserver/drivers/zdesigner.dll", "driver");
+  json t = RunJson(LocalPrintersMachine(true), LocalPrintersIni());
+  const std::string outcome = t["outcomeText"];
+  EXPECT_TRUE(Has(outcome, Lines({"* ----- Maintenance Populate ----- *", "Populated local printer: Label Printer"})))
+      << outcome;
+  EXPECT_TRUE(Has(outcome, Lines({"* ----- Maintenance Prune Local Printers ----- *",
+                                  "Deleted local printer: Old Label"})))
+      << outcome;
+  EXPECT_EQ(Slurp(client / "files" / "C" / "Windows" / "system32" / "zdesigner.dll"), "driver");
+  json saved = json::parse(Slurp(client / "machine.json"));
+  EXPECT_EQ(saved["registry"][kEventSourceKey]["EventMessageFile"],
+            (json{{"type", 1}, {"data", {67, 58, 92, 87, 105, 110, 100, 111, 119, 115, 92, 115, 121, 115,
+                                         116, 101, 109, 51, 50, 92, 69, 118, 110, 116, 77, 115, 103, 46,
+                                         100, 108, 108}}}));
+  EXPECT_EQ(t["runStatus"]["value"], "True");
+}
+
+// ---------------------------------------------------------------- Point and Print
+
+testini::IniFile MoveIni() {
+  return testini::ValidIni()
+      .Set("GENERAL", "UseManualDefinitions", "True")
+      .Set("GENERAL", "AlwaysRun", "True")
+      .Set("MANUAL DEFINITIONS SERVERS", "FromServers", "OLD")
+      .Set("MANUAL DEFINITIONS SERVERS", "ToServers", "NEW")
+      .Set("SET_DEFAULT", "DefaultType", "1");
+}
+
+json MoveMachine(bool isAdmin) {
+  return {{"user", {{"isAdmin", isAdmin}}},
+          {"printers", {Net("OLD", "laser")}},
+          {"defaultPrinter", "\\\\OLD\\laser"},
+          {"printServers",
+           {{"OLD", {{"queues", {"laser"}}}},
+            {"NEW", {{"queues", {{{"name", "laser"}, {"driver", "HP Universal Printing PCL 6"}}}}}}}},
+          {"drivers", json::array()}};
+}
+
+TEST_F(ZandolinSimTest, PointAndPrint_StandardUser_DriverFromTheServerRefused3019) {
+  json t = RunJson(MoveMachine(false), MoveIni());
+  EXPECT_EQ(t["client"]["pointAndPrint"], (json{{"RestrictDriverInstallationToAdministrators", 1}}));
+  EXPECT_TRUE(Has(t["outcomeText"], Lines({"Migrating: \\\\OLD\\laser to \\\\NEW\\laser",
+                                           "Error (3019) populating network printer: \\\\NEW\\laser",
+                                           "Deleted networked printer: \\\\OLD\\laser"})))
+      << t["outcomeText"];
+  EXPECT_EQ(t["spoolerCalls"][0],
+            (json{{"call", "AddPrinterConnectionA"}, {"args", {"\\\\NEW\\laser"}}, {"result", 0}, {"lastError", 3019}}));
+  EXPECT_EQ(t["printersAfter"], json::array());
+  EXPECT_EQ(t["defaultAfter"], nullptr);
+  json saved = json::parse(Slurp(client / "machine.json"));
+  EXPECT_EQ(saved["drivers"], json::array());
+}
+
+TEST_F(ZandolinSimTest, PointAndPrint_DriverInstalled_TheStandardUserConnects) {
+  json machine = MoveMachine(false);
+  machine["drivers"] = {"HP Universal Printing PCL 6"};
+  json t = RunJson(machine, MoveIni());
+  EXPECT_TRUE(Has(t["outcomeText"], Lines({"Populated networked printer: \\\\NEW\\laser"})));
+  EXPECT_EQ(t["printersAfter"][0]["driverName"], "HP Universal Printing PCL 6");
+  EXPECT_EQ(t["defaultAfter"], "\\\\NEW\\laser");
+}
+
+TEST_F(ZandolinSimTest, PointAndPrint_Defaults_TheAdministratorBringsTheDriver) {
+  json t = RunJson(MoveMachine(true), MoveIni());
+  EXPECT_TRUE(Has(t["outcomeText"], Lines({"Populated networked printer: \\\\NEW\\laser"})));
+  EXPECT_EQ(t["spoolerCalls"][0]["result"], 1);
+  json saved = json::parse(Slurp(client / "machine.json"));
+  EXPECT_EQ(saved["drivers"], (json{"HP Universal Printing PCL 6"}));
+}
+
+TEST_F(ZandolinSimTest, PointAndPrint_PolicyValues_DecideForTheStandardUser) {
+  struct Case {
+    json policy;
+    int64_t lastError;
+  };
+  const Case cases[] = {
+      {json::object(), 3019},
+      {{{"RestrictDriverInstallationToAdministrators", 1}, {"NoWarningNoElevationOnInstall", 1}}, 3019},
+      {{{"RestrictDriverInstallationToAdministrators", 0}}, 3019},   // a prompt nobody answers
+      {{{"RestrictDriverInstallationToAdministrators", 0}, {"NoWarningNoElevationOnInstall", 0}}, 3019},
+      {{{"RestrictDriverInstallationToAdministrators", 0}, {"NoWarningNoElevationOnInstall", 1}}, 0},
+      {{{"RestrictDriverInstallationToAdministrators", 0}, {"Restricted", 0}}, 0},
+      // A value of another type is no policy at all: absent counts as 1.
+      {{{"RestrictDriverInstallationToAdministrators", "0"}, {"NoWarningNoElevationOnInstall", 1}}, 3019},
+  };
+  for (const Case& c : cases) {
+    json machine = MoveMachine(false);
+    machine["pointAndPrint"] = c.policy;
+    json t = RunJson(machine, MoveIni());
+    EXPECT_EQ(t["spoolerCalls"][0]["lastError"], c.lastError) << c.policy;
+    EXPECT_EQ(t["client"]["standardUserInstallsDrivers"], c.lastError == 0) << c.policy;
+  }
+}
+
+TEST_F(ZandolinSimTest, PointAndPrint_QueueWithoutADriverNamed_ConnectsAsBefore) {
+  json machine = MoveMachine(false);
+  machine["printServers"]["NEW"]["queues"] = {"laser"};
+  json t = RunJson(machine, MoveIni());
+  EXPECT_EQ(t["spoolerCalls"][0]["result"], 1);
+  EXPECT_EQ(t["printersAfter"][0]["driverName"], "");
+}
+
+TEST_F(ZandolinSimTest, PointAndPrint_ReadableReport_SaysWhatTheUserLost) {
+  std::string out = RunReport(MoveMachine(false), MoveIni());
+  ExpectInOrder(out, {"User: a standard user: local printers, drivers, ports, HKEY_LOCAL_MACHINE and the "
+                      "system folder are closed to it\n",
+                      "Point and Print: only administrators may install a print server's driver "
+                      "(RestrictDriverInstallationToAdministrators 1)\n",
+                      "Run status recorded: False for C:\\Deploy\\x.ini, in C:\\Users\\jdoe\\Zandolin_status.log\n"
+                      "  The next logon runs this INI file again.\n",
+                      "Printers removed:\n  \\\\OLD\\laser: removed with no replacement: \\\\NEW\\laser could not "
+                      "be added (error 3019: a driver download is needed: Point and Print lets only administrators "
+                      "install the queue's driver)\n",
+                      "Printers added: none\n",
+                      "Default printer: lost: the user had \\\\OLD\\laser and now has none\n"});
+}
+
+// ---------------------------------------------------------------- the directory's size limit
+
+json DirectoryMachine(int queues) {
+  json list = json::array();
+  for (int i = 1; i <= queues; ++i) {
+    const std::string share = std::string("q").append(std::to_string(i));
+    list.push_back({{"name", "NEW-" + share}, {"printShareName", {share}}});
+  }
+  return {{"directory",
+           {{"domain", "corp.example.com"}, {"namingContext", "DC=corp,DC=example,DC=com"}, {"printQueues", list}}}};
+}
+
+testini::IniFile DirectoryIni() {
+  return testini::ValidIni()
+      .Set("GENERAL", "UseActiveDirectory", "True")
+      .Set("GENERAL", "AlwaysRun", "True")
+      .Set("ACTIVE DIRECTORY", "DomainName", "corp.example.com");
+}
+
+size_t ListedQueues(const json& t) {
+  const std::string outcome = t["outcomeText"];
+  size_t n = 0;
+  for (size_t at = outcome.find(" (\\\\NEW\\q"); at != std::string::npos; at = outcome.find(" (\\\\NEW\\q", at + 1)) ++n;
+  return n;
+}
+
+TEST_F(ZandolinSimTest, DirectorySizeLimit_Default1000_CutsTheAnswerWithoutFailure) {
+  json t = RunJson(DirectoryMachine(1200), DirectoryIni());
+  EXPECT_EQ(ListedQueues(t), 1000u);
+  EXPECT_TRUE(Has(t["outcomeText"], Lines({"q1000 (\\\\NEW\\q1000)"})));
+  EXPECT_FALSE(Has(t["outcomeText"], "q1001"));
+  EXPECT_TRUE(Has(t["debugBuffer"], ">> Finished getting list of AD printers, abort status: False"));
+  EXPECT_EQ(t["directoryQueries"], json::parse(R"([{"entries": 1000, "cut": 200}])"));
+  EXPECT_EQ(t["client"]["directorySizeLimit"], 1000);
+}
+
+TEST_F(ZandolinSimTest, DirectorySizeLimit_ZeroOrAboveTheList_GivesEveryQueue) {
+  json machine = DirectoryMachine(1200);
+  machine["directory"]["sizeLimit"] = 0;
+  json none = RunJson(machine, DirectoryIni());
+  EXPECT_EQ(ListedQueues(none), 1200u);
+  EXPECT_EQ(none["directoryQueries"], json::parse(R"([{"entries": 1200, "cut": 0}])"));
+  machine["directory"]["sizeLimit"] = 1200;
+  EXPECT_EQ(ListedQueues(RunJson(machine, DirectoryIni())), 1200u);
+  machine["directory"]["sizeLimit"] = 3;
+  json three = RunJson(machine, DirectoryIni());
+  EXPECT_EQ(ListedQueues(three), 3u);
+  EXPECT_EQ(three["directoryQueries"], json::parse(R"([{"entries": 3, "cut": 1197}])"));
+}
+
+TEST_F(ZandolinSimTest, DirectorySizeLimit_ReadableReport_SaysHowManyWereCut) {
+  std::string cut = RunReport(DirectoryMachine(1200), DirectoryIni());
+  ExpectInOrder(cut, {"Directory: at most 1000 entries a query (the server's size limit)\n",
+                      "\nDirectory query: 1000 print queues came; the size limit of 1000 left out 200 more "
+                      "(the engine's query is not paged)\n",
+                      "Outcome text:"});
+  std::string all = RunReport(DirectoryMachine(5), DirectoryIni());
+  EXPECT_TRUE(Has(all, "\nDirectory query: 5 print queues came\n")) << all;
+}
+
+// ---------------------------------------------------------------- the event log's limit
+
+json ManyPrinters(int n) {
+  json printers = json::array();
+  for (int i = 0; i < n; ++i) printers.push_back(Net("OLD", "printer-queue-" + std::to_string(10000 + i)));
+  return {{"printers", printers}};
+}
+
+testini::IniFile EventLogIni() {
+  return testini::ValidIni().Set("NOTIFICATION FILE OUTPUT", "WriteToEventLog", "True").Set("GENERAL", "AlwaysRun", "True");
+}
+
+TEST_F(ZandolinSimTest, EventLog_TextLongerThan31839_RefusedWith1500_TheEngineLogsItAsWritten) {
+  json t = RunJson(ManyPrinters(1000), EventLogIni(), {"--trace"});
+  const std::string outcome = t["outcomeText"];
+  ASSERT_GT(outcome.size(), 31839u);
+  EXPECT_EQ(t["eventLogWritten"], json::array());
+  EXPECT_EQ(t["eventLogRefused"],
+            (json::array({{{"id", 20001}, {"lastError", 1500}, {"longestString", outcome.size()},
+                           {"dataSize", outcome.size() + 1}}})));
+  // The refusal is no run-time error: the engine's log says what it always says.
+  EXPECT_TRUE(Has(t["debugBuffer"], ">> Logged event in application event log.\r\n"));
+  EXPECT_FALSE(Has(t["debugBuffer"], "ERROR: Writing event to application event log"));
+  // The call itself, and the last error the engine reads and drops.
+  json report = nullptr, lastError = nullptr;
+  for (size_t i = 0; i < t["calls"].size(); ++i)
+    if (t["calls"][i].value("call", "") == "ReportEventA") {
+      report = t["calls"][i];
+      lastError = t["calls"][i + 1];
+    }
+  ASSERT_FALSE(report.is_null());
+  EXPECT_EQ(report["result"], 0);
+  EXPECT_EQ(report["lastError"], 1500);
+  EXPECT_EQ(lastError["call"], "GetLastError");
+  EXPECT_EQ(lastError["result"], 1500);
+
+  json shortRun = RunJson(ManyPrinters(3), EventLogIni());
+  EXPECT_EQ(shortRun["eventLogWritten"].size(), 1u);
+  EXPECT_EQ(shortRun["eventLogRefused"], json::array());
+  EXPECT_TRUE(Has(shortRun["debugBuffer"], ">> Logged event in application event log.\r\n"));
+}
+
+TEST_F(ZandolinSimTest, EventLog_ReadableReport_SaysWhyTheEntryIsMissing) {
+  std::string out = RunReport(ManyPrinters(1000), EventLogIni());
+  json t = RunJson(ManyPrinters(1000), EventLogIni());
+  ExpectInOrder(out, {"Event log entries written: none\n"
+                      "  refused: id 20001, error 1500: its text of " +
+                          std::to_string(t["outcomeText"].get<std::string>().size()) +
+                          " characters is longer than the 31,839 Windows takes; the engine's log still says the "
+                          "event was logged\n"});
+}
+
+// ---------------------------------------------------------------- every call
+
+TEST_F(ZandolinSimTest, Trace_EveryCallWithArgumentsResultAndLastError_ClosePrinterIncluded) {
+  json machine = {{"printers", {Net("OLD", "laser")}}};
+  json t = RunJson(machine, testini::ValidIni(), {"--trace"});
+  const json& calls = t["calls"];
+  ASSERT_TRUE(calls.is_array());
+  json open = nullptr, close = nullptr;
+  for (const json& call : calls) {
+    if (call.value("call", "") == "OpenPrinterA") open = call;
+    if (call.value("call", "") == "ClosePrinter") close = call;
+  }
+  EXPECT_EQ(open, json::parse(R"({"call": "OpenPrinterA", "args": ["\\\\OLD\\laser", null], "result": 1,
+                                  "out": "0x5000", "lastError": 0})"));
+  EXPECT_EQ(close, json::parse(R"({"call": "ClosePrinter", "args": ["0x5000"], "result": 1, "lastError": 0})"));
+  EXPECT_EQ(calls[0], json::parse(R"({"call": "CommandLine", "args": [], "result": "", "lastError": 0})"));
+  // Without --trace there is no calls field.
+  EXPECT_FALSE(RunJson(machine, testini::ValidIni()).contains("calls"));
+}
+
+TEST_F(ZandolinSimTest, Trace_AHandleNeverClosed_ShowsInTheReport) {
+  json machine = {{"printers", {Net("OLD", "laser")}}};
+  const testini::IniFile ini = testini::ValidIni().Set("GENERAL", "AlwaysRun", "True");
+  std::string closed = RunReport(machine, ini, {"--trace"});
+  ExpectInOrder(closed, {"Debug file: ", "\nCalls of the boundary: recorded in the transcript's calls (--json)\n",
+                         "Handles never closed: none\n"});
+  machine["faults"] = {{{"call", "ClosePrinter"}, {"match", "\\\\OLD\\laser"}, {"result", 0}, {"lastError", 6}}};
+  std::string open = RunReport(machine, ini, {"--trace"});
+  ExpectInOrder(open, {"Handles never closed:\n  0x5000 (printer \\\\OLD\\laser, from OpenPrinterA)\n"});
+  EXPECT_FALSE(Has(RunReport(machine, ini), "Handles never closed"));
+}
+
+TEST_F(ZandolinSimTest, Trace_AWaitThatNeverEnds_IsFoldedIntoOneEntry) {
+  json machine = kMailMachine;
+  machine["smtp"] = "silent";
+  json t = RunJson(machine, MailIni("mail.example.com", "25"), {"--trace", "--limit", "2"});
+  EXPECT_EQ(t["ended"], "stuck");
+  std::vector<json> folds;
+  for (const json& call : t["calls"])
+    if (call.contains("repeat")) folds.push_back(call);
+  // The wait for the greeting asks the socket and pumps; thirty ticks later
+  // the session gives up, the socket is gone and the wait only pumps.
+  const json askAndPump = json::parse(R"([{"call": "State", "args": [1], "result": 7, "lastError": 0},
+                                          {"call": "DoEvents", "args": [], "result": null, "lastError": 0}])");
+  const json pump = json::parse(R"([{"call": "DoEvents", "args": [], "result": null, "lastError": 0}])");
+  auto repeats = [&](const json& calls) -> int64_t {
+    int64_t n = 0;
+    for (const json& fold : folds)
+      if (fold["calls"] == calls) n += fold["repeat"].get<int64_t>();
+    return n;
+  };
+  EXPECT_GE(repeats(askAndPump), 25);
+  EXPECT_GE(repeats(pump), 5);
+  EXPECT_EQ(folds.back()["calls"], pump);
+  EXPECT_LT(t["calls"].size(), 400u);
+}
+
+TEST_F(ZandolinSimTest, SpoolerCalls_WindowsNT4_TheDefaultWrittenToTheProfileIsRecorded) {
+  json machine = {{"os", {{"platformId", 2}, {"majorVersion", 4}}},
+                  {"printers", {Net("OLD", "laser")}},
+                  {"printServers", {{"NEW", {{"queues", {"laser"}}}}}},
+                  {"winIni", {{"Windows", {{"device", "\\\\OLD\\laser,winspool,Ne00:"}}},
+                              {"PrinterPorts", {{"\\\\NEW\\laser", "winspool,Ne01:,15,45"}}}}}};
+  json t = RunJson(machine, MoveIni());
+  EXPECT_EQ(t["spoolerCalls"], json::parse(R"([
+      {"call": "AddPrinterConnectionA", "args": ["\\\\NEW\\laser"], "result": 1, "lastError": 0},
+      {"call": "DeletePrinterConnectionA", "args": ["\\\\OLD\\laser"], "result": 1, "lastError": 0},
+      {"call": "WriteProfileStringA", "args": ["Windows", "device", "\\\\NEW\\laser,winspool,Ne01:"],
+       "result": 1, "lastError": 0}])"));
+  EXPECT_EQ(t["defaultAfter"], "\\\\NEW\\laser");
 }
 
 // --------------------------------------------------------------- code page

@@ -1,5 +1,6 @@
 #include "app/zandolin-fleet/ClientFacts.h"
 #include "platform/sim/SimServices.h"
+#include "platform/sim/SpoolerErrors.h"
 
 #include <set>
 
@@ -24,7 +25,7 @@ std::string Joined(const std::vector<std::string>& items) {
 std::string MoveText(const Move& m) { return m.from + " -> " + m.to; }
 
 std::string FailedAddText(const FailedAdd& f) {
-  std::string meaning = ErrorMeaning(f.error);
+  std::string meaning(sim::SpoolerErrorMeaning(f.error));
   return f.printer + " (" + std::to_string(f.error) + (meaning.empty() ? "" : ": " + meaning) + ")";
 }
 
@@ -55,23 +56,6 @@ std::vector<std::string> Strings(const json& value) {
 bool ClientFacts::AtRisk() const {
   return !failedAdds.empty() || !lost.empty() || defaultLost || ended == "stuck" || ended == "fatal" ||
          run == kRunNotLoaded || run == kRunDirectoryFailed || run == kRunNoIniFile;
-}
-
-std::string ErrorMeaning(long error) {
-  switch (error) {
-    case 2: return "not found";
-    case 5: return "access denied";
-    case 1722: return "the print server cannot be reached";
-    case 1795: return "the driver is already installed";
-    case 1796: return "the port is unknown";
-    case 1797: return "the printer driver is unknown";
-    case 1801: return "the queue is missing on the target server";
-    case 1802: return "the printer already exists";
-    case 3019:
-      return "a driver download is needed: Point and Print lets only administrators install the "
-             "queue's driver";
-    default: return "";
-  }
 }
 
 void DeriveChanges(ClientFacts& facts, const std::vector<const OutcomeRun*>& runs) {
@@ -163,7 +147,7 @@ json ToJson(const ClientFacts& f) {
   json moved = json::array(), failed = json::array();
   for (const Move& m : f.moved) moved.push_back({{"from", m.from}, {"to", m.to}});
   for (const FailedAdd& a : f.failedAdds)
-    failed.push_back({{"printer", a.printer}, {"error", a.error}, {"meaning", ErrorMeaning(a.error)}});
+    failed.push_back({{"printer", a.printer}, {"error", a.error}, {"meaning", sim::SpoolerErrorMeaning(a.error)}});
   return json{{"computer", f.computer},
               {"user", f.user},
               {"source", f.source},

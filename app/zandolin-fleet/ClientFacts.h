@@ -59,9 +59,6 @@ inline constexpr const char* kRunNotLoaded = "INI file not loaded";
 inline constexpr const char* kRunNoIniFile = "no INI file found";
 inline constexpr const char* kRunStopped = "stopped before its report";
 
-// What a Windows error code from adding a printer means, in plain words.
-std::string ErrorMeaning(long error);
-
 // Fills moved, failedAdds, lost, untouched and defaultLost from the runs'
 // steps (oldest first), given printersBefore, printersAfter and the
 // defaults. Names compare case-blind.

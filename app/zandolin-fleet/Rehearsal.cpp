@@ -7,7 +7,6 @@
 #include "engine/modINIFile.h"
 #include "engine/modMain.h"
 #include "migration/modMoveADPrinters.h"
-#include "notification/frmWinsockContainer.h"
 #include "notification/modNotification.h"
 #include "platform/sim/Simulator.h"
 
@@ -116,9 +115,10 @@ std::string StuckReason(const json& transcript) {
     return "the progress window, made hidden to install a printer with its driver on Windows "
            "95/98/ME while ShowProgress is False, is never closed: the process never ends";
   if (frmProgress.Loaded) return "the progress window is never closed: the process never ends";
+  // The mail session: the simulated client says what its connection came to.
+  if (!transcript["sockets"].empty() && transcript["stuckReason"].is_string())
+    return transcript["stuckReason"].get<std::string>();
   std::string detail = transcript["stuckIn"].is_string() ? transcript["stuckIn"].get<std::string>() : "";
-  if (WinsockContainerLoaded())
-    return "the mail session waits for the server for ever (" + detail + "): the process never ends";
   return "the process waits for ever (" + detail + ")";
 }
 
@@ -222,9 +222,6 @@ ClientFacts RehearseClient(RehearsalSetup& setup, const fs::path& capture, size_
   }
   client->KeepFilesInMemory();
   sim::Machine& m = client->State();
-  // Nothing leaves the machine: a capture that names no peer gets the one
-  // that accepts the mail.
-  if (!m.smtp) m.smtp = sim::SmtpPeer{};
   m.timerIntervalMs = 1;
 
   ClientFacts f;
@@ -248,7 +245,13 @@ ClientFacts RehearseClient(RehearsalSetup& setup, const fs::path& capture, size_
     if (directory) std::swap(m.directory, setup.directory);
   };
   lend();
-  json t = client->Run(sim::RunOptions{"", setup.limitSeconds, true});
+  sim::RunOptions options;
+  options.limitSeconds = setup.limitSeconds;
+  options.stuckAtOnce = true;
+  // Nothing leaves the machine: a capture that names no SMTP peer gets the
+  // played one that accepts the mail, as a dry run of zandolin-sim does.
+  options.defaultSmtpPeer = sim::SmtpPeer{};
+  json t = client->Run(options);
   lend();
 
   f.ended = t["ended"].get<std::string>();

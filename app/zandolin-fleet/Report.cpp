@@ -1,5 +1,6 @@
 #include "app/zandolin-fleet/Report.h"
 #include "platform/sim/SimServices.h"
+#include "platform/sim/SpoolerErrors.h"
 
 #include "Version.h"
 
@@ -75,7 +76,7 @@ json TodoList(const std::vector<ClientFacts>& clients) {
   std::map<std::string, std::map<std::string, std::map<long, std::set<std::string>>>> servers;
   for (const ClientFacts& f : clients) {
     for (const FailedAdd& a : f.failedAdds) {
-      if (a.error != 1801 && a.error != 3019) continue;
+      if (a.error != sim::kErrorInvalidPrinterName && a.error != sim::kErrorPrinterDriverDownloadNeeded) continue;
       const std::string& p = a.printer;
       size_t slash = p.size() > 2 && p[0] == '\\' && p[1] == '\\' ? p.find('\\', 2) : std::string::npos;
       std::string server = slash == std::string::npos ? "" : p.substr(0, slash);
@@ -90,7 +91,7 @@ json TodoList(const std::vector<ClientFacts>& clients) {
       for (const auto& [error, who] : errors)
         entries.push_back({{"queue", queue},
                            {"error", error},
-                           {"meaning", ErrorMeaning(error)},
+                           {"meaning", sim::SpoolerErrorMeaning(error)},
                            {"clients", who.size()}});
     list.push_back({{"server", server}, {"queues", entries}});
   }

@@ -2,7 +2,8 @@
 // reports what the run did to it.
 //
 //   zandolin-sim [MACHINE_DIR] [--cmdline TEXT] [--json] [--report FILE]
-//                [--dry-run] [--limit SECONDS]
+//                [--dry-run] [--network] [--trace] [--limit SECONDS]
+#include "Report.h"
 #include "Version.h"
 #include "platform/sim/SimContext.h"
 #include "platform/sim/Simulator.h"
@@ -24,7 +25,7 @@ namespace {
 
 const char kUsage[] =
     "usage: zandolin-sim [MACHINE_DIR] [--cmdline TEXT] [--json] [--report FILE]\n"
-    "                    [--dry-run] [--limit SECONDS]\n"
+    "                    [--dry-run] [--network] [--trace] [--limit SECONDS]\n"
     "\n"
     "Runs the engine once on the simulated client in MACHINE_DIR (machine.json and\n"
     "files/) and leaves the folder as the run left the computer. Without MACHINE_DIR\n"
@@ -33,7 +34,10 @@ const char kUsage[] =
     "  --cmdline TEXT     the engine's command line (default: empty)\n"
     "  --json             print the transcript as JSON instead of the report\n"
     "  --report FILE      also write the JSON transcript to FILE\n"
-    "  --dry-run          run on a copy; MACHINE_DIR is left as it was\n"
+    "  --dry-run          run on a copy; MACHINE_DIR is left as it was, and unless\n"
+    "                     machine.json sets smtp a simulated server accepts the mail\n"
+    "  --network          with --dry-run, send the mail to the real server\n"
+    "  --trace            record every call of the boundary (the transcript's calls)\n"
     "  --limit SECONDS    wall-clock time before the run counts as stuck (default 120)\n"
     "  --help             print this text\n"
     "  --version          print the version\n"
@@ -48,6 +52,8 @@ struct Options {
   bool json = false;
   std::optional<std::string> reportFile;
   bool dryRun = false;
+  bool network = false;
+  bool trace = false;
   double limitSeconds = 120;
 };
 
@@ -90,6 +96,12 @@ Options ParseArguments(int argc, char** argv) {
     } else if (arg == "--dry-run") {
       noValue();
       options.dryRun = true;
+    } else if (arg == "--network") {
+      noValue();
+      options.network = true;
+    } else if (arg == "--trace") {
+      noValue();
+      options.trace = true;
     } else if (arg == "--limit") {
       std::string text = value("a number of seconds");
       if (!ParseSeconds(text, options.limitSeconds))
@@ -148,12 +160,15 @@ void CopyFolder(const fs::path& from, const fs::path& to) {
                          fs::copy_options::overwrite_existing);
 }
 
-// The transcript with its fields in their documented order.
+// The transcript with its fields in their documented order: those every
+// run has, then what the simulated client tells of itself and the trace.
 nlohmann::ordered_json Ordered(const json& transcript) {
-  static const char* kFields[] = {"ended",         "fatal",          "stuckIn",       "messageBoxes",
-                                  "progress",      "printersBefore", "printersAfter", "defaultBefore",
-                                  "defaultAfter",  "spoolerCalls",   "eventLogWritten", "sockets",
-                                  "filesWritten",  "outcomeText",    "debugBuffer"};
+  static const char* kFields[] = {"ended",          "fatal",           "stuckIn",         "messageBoxes",
+                                  "progress",       "printersBefore",  "printersAfter",   "defaultBefore",
+                                  "defaultAfter",   "spoolerCalls",    "eventLogWritten", "sockets",
+                                  "filesWritten",   "outcomeText",     "debugBuffer",     "stuckReason",
+                                  "runStatus",      "client",          "directoryQueries", "eventLogRefused",
+                                  "calls"};
   nlohmann::ordered_json ordered = nlohmann::ordered_json::object();
   for (const char* field : kFields)
     if (transcript.contains(field)) ordered[field] = nlohmann::ordered_json::parse(transcript[field].dump(
@@ -163,76 +178,6 @@ nlohmann::ordered_json Ordered(const json& transcript) {
 
 std::string Dump(const json& transcript) {
   return Ordered(transcript).dump(2, ' ', false, json::error_handler_t::replace);
-}
-
-// Text for the report: CR LF and lone CR as line ends, each line indented.
-std::string Indented(const std::string& text, const std::string& indent) {
-  std::string out = indent;
-  for (size_t i = 0; i < text.size(); ++i) {
-    char c = text[i];
-    if (c == '\r') {
-      if (i + 1 < text.size() && text[i + 1] == '\n') ++i;
-      out += "\n" + indent;
-    } else if (c == '\n') {
-      out += "\n" + indent;
-    } else {
-      out += c;
-    }
-  }
-  return out;
-}
-
-std::string Quoted(const json& value) { return value.is_null() ? "(none)" : value.get<std::string>(); }
-
-void PrintPrinters(std::ostream& out, const char* title, const json& printers) {
-  out << title << (printers.empty() ? " none\n" : "\n");
-  for (const json& p : printers) {
-    out << "  " << p["name"].get<std::string>();
-    std::string server = p["serverName"].is_null() ? "" : p["serverName"].get<std::string>();
-    if (!server.empty()) out << "  (network: server " << server << ", share " << p["shareName"].get<std::string>() << ")";
-    else out << "  (local: port " << p["portName"].get<std::string>() << ", driver "
-             << p["driverName"].get<std::string>() << ")";
-    out << "\n";
-  }
-}
-
-void PrintReport(std::ostream& out, const json& t, const fs::path& folder, const std::string& note,
-                 const std::string& debugFile) {
-  out << "Simulated client: " << folder.string() << "\n";
-  if (!note.empty()) out << note << "\n";
-  out << "\nRun ended: " << t["ended"].get<std::string>() << "\n";
-  if (!t["fatal"].is_null())
-    out << "  fatal run-time error " << t["fatal"]["number"].get<int64_t>() << ": "
-        << t["fatal"]["description"].get<std::string>() << "\n";
-  if (!t["stuckIn"].is_null()) out << "  stuck in: " << t["stuckIn"].get<std::string>() << "\n";
-
-  out << "\nMessage boxes:" << (t["messageBoxes"].empty() ? " none\n" : "\n");
-  for (const json& box : t["messageBoxes"]) {
-    out << "  [" << box["title"].get<std::string>() << "] (style " << box["style"].get<int64_t>() << ")\n";
-    out << Indented(box["text"].get<std::string>(), "    ") << "\n";
-  }
-
-  out << "\n";
-  PrintPrinters(out, "Printers before:", t["printersBefore"]);
-  out << "Default printer before: " << Quoted(t["defaultBefore"]) << "\n";
-  PrintPrinters(out, "Printers after:", t["printersAfter"]);
-  out << "Default printer after: " << Quoted(t["defaultAfter"]) << "\n";
-
-  const std::string outcome = t["outcomeText"].get<std::string>();
-  out << "\nOutcome text:" << (outcome.empty() ? " (empty)\n" : "\n");
-  if (!outcome.empty()) out << Indented(outcome, "  ") << "\n";
-
-  out << "\nEvent log entries written:" << (t["eventLogWritten"].empty() ? " none\n" : "\n");
-  for (const json& e : t["eventLogWritten"]) {
-    out << "  " << e["source"].get<std::string>() << ", type " << e["type"].get<int64_t>() << ", id "
-        << e["id"].get<int64_t>() << "\n";
-    for (const json& s : e["strings"]) out << Indented(s.get<std::string>(), "    ") << "\n";
-  }
-
-  out << "\nFiles written or changed:" << (t["filesWritten"].empty() ? " none\n" : "\n");
-  for (const json& f : t["filesWritten"]) out << "  " << f.get<std::string>() << "\n";
-
-  out << "\nDebug file: " << debugFile << "\n";
 }
 
 // Where the run's debug file is: the one written beside the executable.
@@ -319,7 +264,13 @@ int Main(int argc, char** argv) {
 
   if (options.json && !note.empty()) std::cerr << "zandolin-sim: " << note << "\n";
 
-  json transcript = client->Run(sim::RunOptions{options.commandLine, options.limitSeconds});
+  sim::RunOptions run;
+  run.commandLine = options.commandLine;
+  run.limitSeconds = options.limitSeconds;
+  run.trace = options.trace;
+  // A dry run sends no mail unless asked to.
+  if (options.dryRun && !options.network) run.defaultSmtpPeer = sim::SmtpPeer{};
+  json transcript = client->Run(run);
   try {
     client->Save();
   } catch (const sim::MachineError& e) {
@@ -344,8 +295,9 @@ int Main(int argc, char** argv) {
     if (machine.ansiCodePage != sim::Machine{}.ansiCodePage)
       note += std::string(note.empty() ? "" : "\n") + "ANSI code page: " +
               std::to_string(machine.ansiCodePage) + " (the engine's text is in it).";
-    PrintReport(std::cout, transcript, options.machineDir ? original : folder, note,
-                DebugFileText(transcript, machine, folder, !removeAfter));
+    report::Print(std::cout, transcript,
+                  report::Place{(options.machineDir ? original : folder).string(), note,
+                                DebugFileText(transcript, machine, folder, !removeAfter)});
   }
   std::cout.flush();
   client.reset();

@@ -4,12 +4,15 @@
 
 #include "diagnostics/modDebug.h"
 #include "engine/Runtime.h"
+#include "engine/modINIFile.h"
 #include "notification/modNotification.h"
 #include "platform/sim/SimServices.h"
 
 #include <cctype>
 #include <cstring>
 #include <ctime>
+#include <fstream>
+#include <sstream>
 
 namespace sim {
 
@@ -115,6 +118,12 @@ std::vector<std::string> Normalized(const std::vector<std::string>& raw, bool en
   }
   if (!parts.empty() && parts.back().empty()) parts.pop_back();
   return parts;
+}
+
+std::string FormatSeconds(double seconds) {
+  std::ostringstream text;
+  text << seconds << (seconds == 1 ? " second" : " seconds");
+  return text.str();
 }
 
 }  // namespace
@@ -438,15 +447,18 @@ bool Context::IsReadOnly(const std::string& windowsPath) const {
   ResolvedPath path = Resolve(windowsPath);
   if (path.windows.empty()) return false;
   std::string target = UpperAscii(path.windows);
-  for (const std::string& entry : machine.readOnly) {
+  auto within = [&](const std::string& entry) {
     ResolvedPath ro = Resolve(entry);
-    if (ro.windows.empty()) continue;
+    if (ro.windows.empty()) return false;
     std::string prefix = UpperAscii(ro.windows);
     if (target == prefix) return true;
     if (prefix.back() != '\\') prefix += '\\';
-    if (target.compare(0, prefix.size(), prefix) == 0) return true;
-  }
-  return false;
+    return target.compare(0, prefix.size(), prefix) == 0;
+  };
+  for (const std::string& entry : machine.readOnly)
+    if (within(entry)) return true;
+  // Only administrators may write in the system folder.
+  return StandardUser() && within(machine.systemDir);
 }
 
 void Context::NoteFileWritten(const std::string& windowsPath) {
@@ -468,12 +480,18 @@ void Context::BeginRun(double limitSeconds) {
   spoolerCalls = nlohmann::json::array();
   messageBoxes = nlohmann::json::array();
   eventLogWritten = nlohmann::json::array();
+  eventLogRefused = nlohmann::json::array();
   sockets = nlohmann::json::array();
   filesWritten.clear();
   progress = ProgressRecord{};
   ended = nullptr;
   fatal = nullptr;
   stuckIn = nullptr;
+  stuckReason = nullptr;
+  directoryQueries = nlohmann::json::array();
+  runStatus = nullptr;
+  socketNotes.clear();
+  trace = CallTrace{};
   registryKeys.clear();
   eventSources.clear();
   tokens.clear();
@@ -497,6 +515,7 @@ void Context::BeginRun(double limitSeconds) {
     startTime = {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
                  local.tm_hour, local.tm_min, local.tm_sec};
   }
+  this->limitSeconds = limitSeconds;
   auto limit = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
       std::chrono::duration<double>(limitSeconds < 0 ? 0 : limitSeconds));
   auto now = std::chrono::steady_clock::now();
@@ -520,8 +539,70 @@ std::string Context::StuckReason() const {
   return why;
 }
 
+std::string Context::PlainStuckReason() const {
+  const std::string never = "; at logon this process would never end";
+  if (!sockets.empty()) {
+    // The e-mail session of the engine: what its last connection came to.
+    const nlohmann::json& s = sockets.back();
+    const std::string server = s["host"].get<std::string>() + " port " + s["port"].get<std::string>();
+    const bool connected = s.value("connected", false);
+    if (!s["error"].is_null()) {
+      const std::string error = "error " + std::to_string(s["error"]["number"].get<int64_t>()) + ", " +
+                                s["error"]["description"].get<std::string>();
+      if (!connected)
+        return "the e-mail server " + server + " could not be reached (" + error +
+               "), and the e-mail session stays open waiting for it" + never;
+      return "the connection to the e-mail server " + server + " broke (" + error +
+             ") while the e-mail session waited for its answer" + never;
+    }
+    if (!connected)
+      return "the e-mail session waits for the server " + server + " to accept the connection" + never;
+    if (socketNotes.back().serverClosed)
+      return "the e-mail server " + server + " closed the connection while the e-mail session waited for "
+             "its answer" + never;
+    if (socketNotes.back().awaiting) return "the e-mail session waits for a server that does not answer" + never;
+  }
+  return "the run had not ended when the time limit of " + FormatSeconds(limitSeconds) +
+         " ran out (give more time with --limit)";
+}
+
 void Context::CheckDeadline() const {
-  if (std::chrono::steady_clock::now() > deadline) throw StuckError{StuckReason()};
+  if (std::chrono::steady_clock::now() > deadline) throw StuckError{StuckReason(), PlainStuckReason()};
+}
+
+std::vector<std::pair<std::string, RegistryValue>> PointAndPrintPolicy(const Machine& machine) {
+  static const char kKey[] = "HKEY_LOCAL_MACHINE\\Software\\Policies\\Microsoft\\Windows NT\\Printers\\PointAndPrint";
+  std::vector<std::pair<std::string, RegistryValue>> policy = machine.pointAndPrint;
+  for (const auto& [key, values] : machine.registry) {
+    if (!SameNoCase(key, kKey)) continue;
+    for (const auto& [name, value] : values) {
+      bool named = false;
+      for (const auto& given : policy) named = named || SameNoCase(given.first, name);
+      if (!named) policy.emplace_back(name, value);
+    }
+  }
+  return policy;
+}
+
+std::optional<uint32_t> PointAndPrintDword(const Machine& machine, const std::string& name) {
+  for (const auto& [valueName, value] : PointAndPrintPolicy(machine)) {
+    if (SameNoCase(valueName, name)) return DwordOf(value);
+  }
+  return std::nullopt;
+}
+
+// Windows XP and older let users install a server's driver; Windows Vista
+// and later show a warning and ask for consent. Since August 2021
+// RestrictDriverInstallationToAdministrators (absent counts as 1) leaves the
+// install to administrators. At 0 the Point and Print Restrictions decide:
+// switched off (Restricted 0) or with NoWarningNoElevationOnInstall 1 a user
+// installs without a word; otherwise Windows asks for an administrator's
+// consent, which a standard user cannot give.
+bool DriverInstallRefused(const Machine& m) {
+  if (m.platformId != 2 || m.majorVersion < 6) return false;
+  if (PointAndPrintDword(m, "RestrictDriverInstallationToAdministrators").value_or(1) != 0) return true;
+  if (PointAndPrintDword(m, "Restricted") == 0u) return false;
+  return PointAndPrintDword(m, "NoWarningNoElevationOnInstall").value_or(0) != 1;
 }
 
 nlohmann::json PrinterToJson(const SimPrinter& p) {
@@ -533,6 +614,47 @@ nlohmann::json PrinterToJson(const SimPrinter& p) {
                         {"comment", p.comment},
                         {"location", p.location},
                         {"attributes", p.attributes}};
+}
+
+// The run status this run recorded: the registry value SaveSetting wrote,
+// or this INI file's line of the status file in the profile.
+nlohmann::json Context::RunStatusRecord() const {
+  nlohmann::json record = runStatus;
+  const std::string statusFile = machine.profileDir + "\\Zandolin_status.log";
+  if (record.is_null()) {
+    for (const std::string& written : filesWritten) {
+      if (!SameNoCase(written, Resolve(statusFile).windows)) continue;
+      std::ifstream in(HostPath(written), std::ios::binary);
+      std::string line;
+      while (std::getline(in, line)) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (line.size() > INIFilePath.size() && line.compare(0, INIFilePath.size(), INIFilePath) == 0 &&
+            line[INIFilePath.size()] == ',')
+          record = nlohmann::json{{"value", line.substr(INIFilePath.size() + 1)}, {"where", written}};
+      }
+    }
+  }
+  if (!record.is_null()) record["iniFile"] = INIFilePath;
+  return record;
+}
+
+// What the run was served with: the user, the policy, the SMTP peer and
+// the directory's size limit.
+nlohmann::json Context::ClientRecord() const {
+  using nlohmann::json;
+  json client = json::object();
+  client["isAdmin"] = machine.isAdmin;
+  nlohmann::ordered_json policy = PointAndPrintToJson(PointAndPrintPolicy(machine));
+  if (!PointAndPrintDword(machine, "RestrictDriverInstallationToAdministrators"))
+    policy["RestrictDriverInstallationToAdministrators"] = 1;   // absent counts as 1
+  client["pointAndPrint"] = json::parse(policy.dump());
+  client["standardUserInstallsDrivers"] = !DriverInstallRefused(machine);
+  std::optional<SmtpPeer> peer = PlayedSmtpPeer();
+  client["smtp"] = peer ? SmtpPeerJson(*peer) : json("network");
+  if (!machine.directory) client["directorySizeLimit"] = nullptr;
+  else if (machine.directory->ldap) client["directorySizeLimit"] = "server";
+  else client["directorySizeLimit"] = machine.directory->sizeLimit;
+  return client;
 }
 
 nlohmann::json Context::Transcript() const {
@@ -567,6 +689,12 @@ nlohmann::json Context::Transcript() const {
   t["filesWritten"] = filesWritten;
   t["outcomeText"] = AnsiCodePage().ToUtf8(gOutcomeText);
   t["debugBuffer"] = AnsiCodePage().ToUtf8(gDebugBuffer);
+  t["stuckReason"] = stuckReason;
+  t["runStatus"] = RunStatusRecord();
+  t["directoryQueries"] = directoryQueries;
+  t["eventLogRefused"] = eventLogRefused;
+  t["client"] = ClientRecord();
+  if (tracing) t["calls"] = trace.calls;
   return t;
 }
 

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -55,8 +56,11 @@ ResolvedPath ResolveWindowsPath(const std::filesystem::path& folder, const std::
 
 // Why the simulated process cannot end: DoEvents and Sleep throw it once
 // the wall-clock limit of the run has passed. Only Client::Run catches it.
+// why names the state ("forms still loaded: 1"); plain says it to an
+// administrator.
 struct StuckError {
   std::string why;
+  std::string plain;
 };
 
 struct SimTimer {
@@ -76,6 +80,21 @@ struct HostSocket {
   void Reset();
 };
 
+// The SMTP server a simulated socket talks to instead of the network.
+struct PlayedPeer {
+  SmtpPeer peer;
+  std::string fromClient;   // received and not yet a whole command line
+  std::string toClient;     // answered and not yet delivered
+  bool inData = false;      // between DATA's 354 and the end of the message
+  bool closed = false;      // it has closed its side
+};
+
+// How a connection's dialogue stands, for the words of a run that is stuck.
+struct SocketNote {
+  bool awaiting = false;       // the client spoke last, or the connection is new
+  bool serverClosed = false;   // the server has closed its side
+};
+
 struct SimSocket {
   platform::SocketEvents* owner = nullptr;
   int state = platform::kSocketClosed;
@@ -87,6 +106,16 @@ struct SimSocket {
   HostSocket connection;               // the real TCP connection to the peer
   std::string inbox;                   // received and not yet taken by GetData
   std::string outbox;                  // given to SendData and not yet taken by the host
+  std::optional<PlayedPeer> played;    // set: a simulated peer instead of the network
+};
+
+// Every call of the boundary, as the transcript's calls gives them, and
+// what folding repeated calls needs (SimTrace.cpp).
+struct CallTrace {
+  nlohmann::json calls = nlohmann::json::array();
+  std::vector<std::string> keys;       // per entry its text; empty for an open call or a fold
+  size_t fold = SIZE_MAX;              // the fold at the end that may still grow
+  std::vector<std::string> foldKeys;   // the texts of its calls
 };
 
 struct ProgressRecord {
@@ -127,15 +156,24 @@ struct Context {
   nlohmann::json spoolerCalls = nlohmann::json::array();
   nlohmann::json messageBoxes = nlohmann::json::array();
   nlohmann::json eventLogWritten = nlohmann::json::array();
+  nlohmann::json eventLogRefused = nlohmann::json::array();   // entries ReportEventA refused
   nlohmann::json sockets = nlohmann::json::array();
   std::vector<std::string> filesWritten;   // canonical Windows paths, first write first
   ProgressRecord progress;
   nlohmann::json ended = nullptr;          // "returned", "fatal", "stuck"; null before the end
   nlohmann::json fatal = nullptr;          // {number, description}
   nlohmann::json stuckIn = nullptr;        // why the process would not end
+  nlohmann::json stuckReason = nullptr;    // the same in an administrator's words
+  nlohmann::json directoryQueries = nlohmann::json::array();   // {entries, cut} a query
+  nlohmann::json runStatus = nullptr;      // {value, where} of a status SaveSetting recorded
+  std::vector<SocketNote> socketNotes;     // per sockets entry, how its dialogue stands
+  bool tracing = false;                    // record every call of the boundary
+  CallTrace trace;
 
   // The process.
   std::string commandLine;
+  std::optional<SmtpPeer> defaultPeer;     // the SMTP peer when machine.json names none
+  double limitSeconds = 120;
   platform::LocalTime startTime;           // the clock at the start of the run
   int64_t elapsedMs = 0;                   // simulated time since then
   std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
@@ -176,8 +214,15 @@ struct Context {
   // "\\\\srv\\share\\x" -> folder/files/UNC/srv/share/x). Empty when the
   // path has no drive.
   std::filesystem::path HostPath(const std::string& windowsPath) const;
-  // Whether the Windows path lies in (or is) a read-only path.
+  // Whether the Windows path lies in (or is) a read-only path, or, for a
+  // standard user, in systemDir.
   bool IsReadOnly(const std::string& windowsPath) const;
+  // A standard user on the NT family, where access is checked; the 9x
+  // family checks none.
+  bool StandardUser() const { return !machine.isAdmin && machine.platformId == 2; }
+  // The SMTP peer the run plays: machine.json's, else the run's default;
+  // none: real sockets.
+  std::optional<SmtpPeer> PlayedSmtpPeer() const { return machine.smtp ? machine.smtp : defaultPeer; }
 
   // The folder of exePath: the process's current folder, from which
   // relative file names are taken.
@@ -189,12 +234,18 @@ struct Context {
   // Why the process cannot end now ("forms still loaded: 1, timers
   // enabled: 1"), and throws StuckError with it once the deadline has passed.
   std::string StuckReason() const;
+  // Why the process cannot end, in an administrator's words.
+  std::string PlainStuckReason() const;
   void CheckDeadline() const;
   // Fresh records for a run: start time, deadline, transcript, handles.
   void BeginRun(double limitSeconds);
   // The transcript of the run so far: how it ended, what it showed, wrote
   // and changed, and the engine's report and debug log.
   nlohmann::json Transcript() const;
+  // What the run was served with (the transcript's client).
+  nlohmann::json ClientRecord() const;
+  // The run status this run recorded, or null.
+  nlohmann::json RunStatusRecord() const;
 };
 
 // The files of the drives by host path, as the run sees them: the client

@@ -16,6 +16,8 @@
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
+#include <algorithm>
+
 #ifdef ZANDOLIN_HAVE_LDAP
 #include <ldap.h>
 
@@ -149,7 +151,8 @@ int AwaitResult(LDAP* ld, int messageId, LdapResult& result) {
       return code == LDAP_SUCCESS ? LDAP_SERVER_DOWN : code;
     }
     if (std::chrono::steady_clock::now() > Current().deadline) {
-      throw StuckError{"the directory server does not answer"};
+      throw StuckError{"the directory server does not answer",
+                       "the directory server does not answer; at logon this process would never end"};
     }
   }
 }
@@ -192,9 +195,10 @@ Failure Connect(const std::string& url, LdapHandle& handle) {
 }
 
 // One search, all its entries. A size limit that cut the answer is no
-// failure: the entries that came are the result.
+// failure: the entries that came are the result, and limitReached says so.
 Failure Search(LDAP* ld, const std::string& base, int scope, const char* filter,
-               const std::vector<std::string>& attributes, LdapResult& result) {
+               const std::vector<std::string>& attributes, LdapResult& result,
+               bool* limitReached = nullptr) {
   std::vector<char*> names;
   for (const std::string& a : attributes) names.push_back(const_cast<char*>(a.c_str()));
   names.push_back(nullptr);
@@ -205,6 +209,7 @@ Failure Search(LDAP* ld, const std::string& base, int scope, const char* filter,
   code = AwaitResult(ld, messageId, result);
   if (code == LDAP_SUCCESS) code = ResultCode(ld, result.get());
   if (code != LDAP_SUCCESS && code != LDAP_SIZELIMIT_EXCEEDED) return LdapFailure(code);
+  if (limitReached) *limitReached = code == LDAP_SIZELIMIT_EXCEEDED;
   return {};
 }
 
@@ -236,12 +241,12 @@ Failure ServerNamingContext(const std::string& url, std::string& namingContext) 
 }
 
 Failure ServerPrintQueues(const std::string& url, const std::string& base,
-                          std::vector<DirectoryRow>& rows) {
+                          std::vector<DirectoryRow>& rows, bool& limitReached) {
   LdapHandle ld;
   if (Failure f = Connect(url, ld); f.failed()) return f;
   LdapResult result;
   if (Failure f = Search(ld.get(), base, LDAP_SCOPE_SUBTREE, platform::kPrintQueueFilter,
-                         {"name", "printShareName"}, result);
+                         {"name", "printShareName"}, result, &limitReached);
       f.failed())
     return f;
   for (LDAPMessage* entry = ldap_first_entry(ld.get(), result.get()); entry;
@@ -261,7 +266,7 @@ Failure ServerPrintQueues(const std::string& url, const std::string& base,
 #else
 
 Failure ServerNamingContext(const std::string&, std::string&) { return ServerDown(); }
-Failure ServerPrintQueues(const std::string&, const std::string&, std::vector<DirectoryRow>&) {
+Failure ServerPrintQueues(const std::string&, const std::string&, std::vector<DirectoryRow>&, bool&) {
   return ServerDown();
 }
 
@@ -307,23 +312,34 @@ class SimDirectoryService : public platform::Directory {
     if (!NamesDomain(directory, parsed.server)) return ServerDown();
 
     if (directory.ldap) {
-      Failure f = ServerPrintQueues(*directory.ldap, parsed.objectName, rows);
+      bool limitReached = false;
+      Failure f = ServerPrintQueues(*directory.ldap, parsed.objectName, rows, limitReached);
       for (DirectoryRow& row : rows) {
         row.name = ToAnsi(row.name);
         for (std::string& share : row.printShareName) share = ToAnsi(share);
       }
+      // The server says that its limit cut the answer, not by how much.
+      if (!f.failed())
+        c.directoryQueries.push_back(nlohmann::json{
+            {"entries", rows.size()}, {"cut", limitReached ? nlohmann::json(nullptr) : nlohmann::json(0)}});
       return f;
     }
 
     if (!SameObjectName(parsed.objectName, directory.namingContext))
       return DirectoryFailure(platform::kWin32DsNoSuchObject);
-    for (const PrintQueue& queue : directory.printQueues) {
+    // The query is not paged: a server answers with its first sizeLimit
+    // entries and no failure.
+    const size_t total = directory.printQueues.size();
+    const size_t given = directory.sizeLimit == 0 ? total : std::min<size_t>(total, directory.sizeLimit);
+    for (size_t i = 0; i < given; ++i) {
+      const PrintQueue& queue = directory.printQueues[i];
       DirectoryRow row;
       row.hasName = queue.name.has_value();
       if (queue.name) row.name = ToAnsi(*queue.name);
       for (const std::string& share : queue.printShareName) row.printShareName.push_back(ToAnsi(share));
       rows.push_back(std::move(row));
     }
+    c.directoryQueries.push_back(nlohmann::json{{"entries", given}, {"cut", total - given}});
     return {};
   }
 };

@@ -3,9 +3,35 @@
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace sim {
 
 namespace {
+
+// Since Windows Vista an insertion string holds at most 31,839 characters
+// (UTF-16 units, after the A-call's conversion); a longer one is refused
+// with ERROR_EVENTLOG_FILE_CORRUPT, "The event log file is corrupted.", and
+// nothing is written. The entry's data may hold 61,440 bytes; more fails
+// with RPC_S_INVALID_BOUND, the range the event log's RPC interface allows.
+// Older versions' limits (32K characters) are not served.
+constexpr size_t kLongestString = 31839;
+constexpr DWORD kErrorEventlogFileCorrupt = 1500;
+constexpr DWORD kLargestData = 61440;
+constexpr DWORD kRpcInvalidBound = 1734;
+
+// The error Windows refuses an entry with for its size, or 0.
+DWORD Refusal(const Context& c, WORD numStrings, DWORD dataSize, LPCSTR* strings) {
+  if (c.machine.platformId != 2 || c.machine.majorVersion < 6) return 0;
+  if (dataSize > kLargestData) return kRpcInvalidBound;
+  // Converted text never has more UTF-16 units than ANSI bytes.
+  for (WORD i = 0; i < numStrings; ++i)
+    if (strings[i] && std::strlen(strings[i]) > kLongestString &&
+        Utf16FromAnsi(strings[i]).size() > kLongestString)
+      return kErrorEventlogFileCorrupt;
+  return 0;
+}
 
 class SimEventLog : public platform::EventLog {
  public:
@@ -37,6 +63,14 @@ class SimEventLog : public platform::EventLog {
     }
     if ((numStrings && !strings) || (dataSize && !rawData)) {
       c.lastError = ERROR_INVALID_PARAMETER;
+      return FALSE;
+    }
+    if (DWORD refused = Refusal(c, numStrings, dataSize, strings)) {
+      c.lastError = refused;
+      size_t longest = 0;
+      for (WORD i = 0; i < numStrings; ++i) longest = std::max(longest, Utf16FromAnsi(ArgText(strings[i])).size());
+      c.eventLogRefused.push_back(nlohmann::json{
+          {"id", eventId}, {"lastError", refused}, {"longestString", longest}, {"dataSize", dataSize}});
       return FALSE;
     }
     EventEntry entry;

@@ -785,6 +785,31 @@ Machine MachineFromText(const std::string& text, const std::string& name) {
 
 nlohmann::ordered_json MachineToJson(const Machine& m);
 
+nlohmann::json SmtpPeerJson(const SmtpPeer& peer) {
+  switch (peer.mode) {
+    case SmtpPeer::kAccept: return "accept";
+    case SmtpPeer::kSilent: return "silent";
+    case SmtpPeer::kRefuse: break;
+  }
+  return nlohmann::json{{"refuse", peer.refuseStep}};
+}
+
+std::optional<uint32_t> DwordOf(const RegistryValue& value) {
+  const std::vector<uint8_t>& d = value.data;
+  if (value.type != REG_DWORD || d.size() != 4) return std::nullopt;
+  return uint32_t(d[0]) | uint32_t(d[1]) << 8 | uint32_t(d[2]) << 16 | uint32_t(d[3]) << 24;
+}
+
+nlohmann::ordered_json PointAndPrintToJson(
+    const std::vector<std::pair<std::string, RegistryValue>>& values) {
+  Json json = Json::object();
+  for (const auto& [name, value] : values) {
+    std::optional<uint32_t> dword = DwordOf(value);
+    json[name] = dword ? Json(*dword) : RegistryValueToJson(value);
+  }
+  return json;
+}
+
 std::string MachineText(const Machine& machine) {
   return MachineToJson(machine).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
@@ -887,19 +912,8 @@ nlohmann::ordered_json MachineToJson(const Machine& m) {
     faults.push_back(e);
   }
   root["faults"] = faults;
-  Json pointAndPrint = Json::object();
-  for (const auto& [name, value] : m.pointAndPrint) {
-    Json v = RegistryValueToJson(value);
-    pointAndPrint[name] = value.type == REG_DWORD && v.is_object() && v["data"].is_number() ? v["data"] : v;
-  }
-  root["pointAndPrint"] = pointAndPrint;
-  if (m.smtp) {
-    switch (m.smtp->mode) {
-      case SmtpPeer::kAccept: root["smtp"] = "accept"; break;
-      case SmtpPeer::kSilent: root["smtp"] = "silent"; break;
-      case SmtpPeer::kRefuse: root["smtp"] = Json{{"refuse", m.smtp->refuseStep}}; break;
-    }
-  }
+  root["pointAndPrint"] = PointAndPrintToJson(m.pointAndPrint);
+  if (m.smtp) root["smtp"] = Json::parse(SmtpPeerJson(*m.smtp).dump());
   return root;
 }
 

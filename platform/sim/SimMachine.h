@@ -5,6 +5,8 @@
 
 #include "platform/Platform.h"
 
+#include <nlohmann/json.hpp>
+
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -135,6 +137,24 @@ struct Machine {
   std::optional<SmtpPeer> smtp;         // absent: real sockets
   std::optional<CaptureInfo> capture;
 };
+
+// An SMTP peer as machine.json names it: "accept", "silent", {"refuse": N}.
+nlohmann::json SmtpPeerJson(const SmtpPeer& peer);
+// The number a REG_DWORD value of four bytes holds; nullopt for any other.
+std::optional<uint32_t> DwordOf(const RegistryValue& value);
+// A Point and Print policy value by name (case-blind), as Windows reads the
+// policy: its DWORD, or nullopt when absent or of another type.
+std::optional<uint32_t> PointAndPrintDword(const Machine& machine, const std::string& name);
+// The Point and Print policy as the client applies it: the values of
+// pointAndPrint, then those of its key in registry that pointAndPrint does
+// not name (both stand for the same key).
+std::vector<std::pair<std::string, RegistryValue>> PointAndPrintPolicy(const Machine& machine);
+// Whether the Point and Print policy keeps a standard user of this client
+// from installing a print server's driver with a connection.
+bool DriverInstallRefused(const Machine& machine);
+// Policy values as machine.json writes them: a REG_DWORD as a plain number.
+nlohmann::ordered_json PointAndPrintToJson(
+    const std::vector<std::pair<std::string, RegistryValue>>& values);
 
 // Reads folder/machine.json (absent file: all defaults). Throws MachineError
 // naming the file and the line and column, or the field, and what was

@@ -321,9 +321,24 @@ class SimProfile : public platform::Profile {
     return GetString(c.AnsiCodePage(), WinIniSections(c.machine), section, key, defaultValue, buffer, size);
   }
 
+  // Windows/device is where Windows NT 4 keeps the default printer: a write
+  // there is a spooler call of the transcript.
   BOOL WriteProfileStringA(LPCSTR section, LPCSTR key, LPCSTR value) override {
     Context& c = Current();
     c.lastError = 0;
+    BOOL result = WriteProfile(c, section, key, value);
+    const CodePage& page = c.AnsiCodePage();
+    if (section && key && SameNoCase(Utf16ToUtf8(Trim(page.ToUtf16(section))), "Windows") &&
+        SameNoCase(Utf16ToUtf8(Trim(page.ToUtf16(key))), "device")) {
+      nlohmann::json text = value ? nlohmann::json(ArgText(value)) : nlohmann::json(nullptr);
+      c.RecordSpoolerCall("WriteProfileStringA", nlohmann::json::array({ArgText(section), ArgText(key), text}),
+                          result);
+    }
+    return result;
+  }
+
+ private:
+  static BOOL WriteProfile(Context& c, LPCSTR section, LPCSTR key, LPCSTR value) {
     if (const Fault* f = c.TakeFault("WriteProfileStringA", ArgText(section)))
       return static_cast<BOOL>(f->result);
     if (!section) return TRUE;   // only flushes the profile

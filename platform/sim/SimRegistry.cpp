@@ -101,6 +101,14 @@ HKEY NewHandle(Context& c, const std::string& path) {
   return reinterpret_cast<HKEY>(handle);
 }
 
+// A standard user may read below HKEY_LOCAL_MACHINE but neither create keys
+// nor set values there.
+bool WriteDenied(const Context& c, const std::string& path) {
+  static const std::string kMachine = "HKEY_LOCAL_MACHINE";
+  return c.StandardUser() && SameNoCase(path.substr(0, kMachine.size()), kMachine) &&
+         (path.size() == kMachine.size() || path[kMachine.size()] == '\\');
+}
+
 std::string SettingsPath(const std::string& application, const std::string& section) {
   return ChildPath(std::string("HKEY_CURRENT_USER\\") + platform::kSettingsRoot,
                    application + "\\" + section);
@@ -131,6 +139,9 @@ class SimRegistry : public platform::Registry {
       return static_cast<LONG>(f->result);
     if (parent.empty()) return ERROR_INVALID_HANDLE;
     if (!result) return ERROR_INVALID_PARAMETER;
+    // RegCreateKeyA asks for the most it may have: an existing key opens
+    // for reading, a new one cannot be made.
+    if (!KeyExists(c, path) && WriteDenied(c, path)) return ERROR_ACCESS_DENIED;
     if (path.find('\\') != std::string::npos && !FindKey(c, path)) CreateKey(c, path);
     *result = NewHandle(c, path);
     return ERROR_SUCCESS;
@@ -178,6 +189,7 @@ class SimRegistry : public platform::Registry {
             c.TakeFault("RegSetValueExA", std::vector<std::string>{path, ArgText(valueName)}))
       return static_cast<LONG>(f->result);
     if (path.empty()) return ERROR_INVALID_HANDLE;
+    if (WriteDenied(c, path)) return ERROR_ACCESS_DENIED;
     if (!data && dataSize) return ERROR_INVALID_PARAMETER;
     RegistryValue value;
     value.type = type;
@@ -288,6 +300,9 @@ class SimRegistry : public platform::Registry {
     v.data.assign(text.begin(), text.end());
     v.data.push_back(0);
     SetValue(c, path, FromAnsi(key), v);
+    // The run status of the 9x family and NT 4.
+    if (SameNoCase(FromAnsi(key), "SUCCESS"))
+      c.runStatus = nlohmann::json{{"value", text}, {"where", path + "\\" + FromAnsi(key)}};
     return {};
   }
 

@@ -32,6 +32,8 @@ void CountQuietPulses(Context& c);
 
 // Every service of the simulated platform.
 platform::ServiceSet SimulatedServices();
+// The services given, each call recorded in Current().trace (SimTrace.cpp).
+platform::ServiceSet TracedServices(const platform::ServiceSet& inner);
 
 // The run-time error of that number with the system's description of it.
 platform::Failure StandardFailure(int32_t number);
@@ -50,6 +52,9 @@ std::string FromAnsi(const std::string& text);
 // The text of a C string argument as machine text; a null pointer gives the
 // empty text.
 inline std::string ArgText(const char* text) { return text ? FromAnsi(text) : std::string(); }
+
+// Text of the A-calls in UTF-16, as the client converts it.
+std::u16string Utf16FromAnsi(const std::string& text);
 
 // Copies text and its NUL into a caller's buffer of size bytes.
 void CopyWithNul(char* buffer, const std::string& text);

@@ -1,9 +1,10 @@
 // The socket layer of the simulated client: real non-blocking TCP
-// connections from this host to the peer named, served the way the socket
-// control serves them. Connect, DataArrival and Error reach their owner only
-// inside the pump; State numbers the connection as the control does (0
-// closed, 6 connecting, 7 connected, 8 closing after the peer closed, 9 after
-// an error).
+// connections from this host to the peer named, or an SMTP server played
+// inside the simulator (machine.json's smtp, or a dry run's default), served
+// the way the socket control serves them. Connect, DataArrival and Error
+// reach their owner only inside the pump; State numbers the connection as
+// the control does (0 closed, 6 connecting, 7 connected, 8 closing after the
+// peer closed, 9 after an error).
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
 
@@ -21,6 +22,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 #endif
+
+#include <algorithm>
+#include <optional>
 
 namespace sim {
 
@@ -165,6 +169,117 @@ std::string& TranscriptText(Context& c, const SimSocket& s, const char* field) {
   return c.sockets[s.transcriptIndex][field].get_ref<std::string&>();
 }
 
+// The transcript notes what the connection came to, and whether the client
+// spoke last, so that a wait for the server can be told apart.
+void NoteConnected(Context& c, const SimSocket& s) {
+  c.sockets[s.transcriptIndex]["connected"] = true;
+  c.socketNotes[s.transcriptIndex].awaiting = true;
+}
+
+// Takes what arrived into the transcript; an SMTP answer is whole once it
+// ends a line.
+void NoteReceived(Context& c, const SimSocket& s, const char* data, size_t size) {
+  std::string& received = TranscriptText(c, s, "received");
+  received.append(data, size);
+  c.socketNotes[s.transcriptIndex].awaiting = !received.ends_with("\r\n");
+}
+
+void NoteError(Context& c, const SimSocket& s, int32_t number, const std::string& description) {
+  c.sockets[s.transcriptIndex]["error"] = nlohmann::json{{"number", number}, {"description", description}};
+}
+
+// ------------------------------------------------------------ the played peer
+//
+// An SMTP server played inside the simulator, so that a rehearsal sends no
+// mail: it answers each whole command line (220 at the greeting, 250 to HELO,
+// MAIL and RCPT, 354 to DATA, 250 to the message ended by a line holding a
+// lone point, 221 to QUIT); "refuse" answers its step (1 greeting ... 6
+// message) with 550, "silent" never answers. It touches no host socket.
+
+constexpr int kGreetingStep = 1;
+constexpr int kMessageStep = 6;
+
+// The answer of a step, or 550 where the peer refuses that step; false
+// when it refused.
+bool Answer(PlayedPeer& p, int step, const std::string& text) {
+  const bool refused = p.peer.mode == SmtpPeer::kRefuse && p.peer.refuseStep == step;
+  p.toClient += (refused ? std::string("550 Requested action not taken") : text) + "\r\n";
+  return !refused;
+}
+
+void Greet(PlayedPeer& p, const std::string& host) {
+  if (p.peer.mode != SmtpPeer::kSilent) Answer(p, kGreetingStep, "220 " + host + " Service ready");
+}
+
+// Takes what the client sent and answers every whole command and message.
+void Serve(PlayedPeer& p, const std::string& host, const std::string& data) {
+  if (p.peer.mode == SmtpPeer::kSilent || p.closed) return;
+  p.fromClient += data;
+  for (;;) {
+    if (p.inData) {
+      // The CR LF that ended DATA may be the first of the end mark.
+      size_t end = ("\r\n" + p.fromClient).find("\r\n.\r\n");
+      if (end == std::string::npos) return;
+      p.fromClient.erase(0, end + 3);
+      p.inData = false;
+      Answer(p, kMessageStep, "250 OK");
+      continue;
+    }
+    size_t eol = p.fromClient.find("\r\n");
+    if (eol == std::string::npos) return;
+    std::string verb = UpperAscii(p.fromClient.substr(0, std::min<size_t>(eol, 4)));
+    p.fromClient.erase(0, eol + 2);
+    if (verb == "HELO" || verb == "EHLO") {
+      Answer(p, 2, "250 " + host);
+    } else if (verb == "MAIL") {
+      Answer(p, 3, "250 OK");
+    } else if (verb == "RCPT") {
+      Answer(p, 4, "250 OK");
+    } else if (verb == "DATA") {
+      p.inData = Answer(p, 5, "354 Start mail input; end with <CRLF>.<CRLF>");
+    } else if (verb == "QUIT") {
+      p.toClient += "221 " + host + " Service closing transmission channel\r\n";
+      p.closed = true;
+      return;
+    } else {
+      p.toClient += "500 Command not recognized\r\n";
+    }
+  }
+}
+
+// One event of a socket whose peer is played; true when one ran.
+bool PumpPlayed(Context& c, SimSocket& s) {
+  platform::SocketEvents* owner = s.owner;
+  PlayedPeer& p = *s.played;
+  if (s.state == platform::kSocketConnecting) {
+    s.state = platform::kSocketConnected;
+    NoteConnected(c, s);
+    Greet(p, s.host);
+    if (owner) owner->OnConnect();
+    return true;
+  }
+  if (s.state != platform::kSocketConnected) return false;
+  if (!p.toClient.empty()) {
+    std::string data;
+    data.swap(p.toClient);
+    s.inbox += data;
+    NoteReceived(c, s, data.data(), data.size());
+    if (owner) owner->OnDataArrival(static_cast<long>(s.inbox.size()));
+    return true;
+  }
+  if (p.closed) {
+    s.state = platform::kSocketClosing;
+    c.socketNotes[s.transcriptIndex].serverClosed = true;
+    return true;
+  }
+  return false;
+}
+
+bool PlayedEventDue(const SimSocket& s) {
+  return s.played && (s.state == platform::kSocketConnecting ||
+                      (s.state == platform::kSocketConnected && (!s.played->toClient.empty() || s.played->closed)));
+}
+
 // Hands what the host will take of the outbox to the connection.
 void Flush(SimSocket& s) {
   while (!s.outbox.empty() && s.connection.fd >= 0) {
@@ -203,6 +318,7 @@ void EndConnection(SimSocket& s) {
   s.connection.Reset();
   s.outbox.clear();
   s.inbox.clear();
+  s.played.reset();
 }
 
 // The port as the control takes it: a whole number with blanks around it.
@@ -257,11 +373,25 @@ class SimSockets : public platform::Sockets {
     s.errorPending = false;
     s.state = platform::kSocketConnecting;
     s.transcriptIndex = static_cast<int>(c.sockets.size());
-    c.sockets.push_back(nlohmann::json{{"host", host}, {"port", port}, {"sent", ""}, {"received", ""}});
+    std::optional<SmtpPeer> peer = c.PlayedSmtpPeer();
+    c.sockets.push_back(nlohmann::json{{"host", host},
+                                       {"port", port},
+                                       {"sent", ""},
+                                       {"received", ""},
+                                       {"peer", peer ? SmtpPeerJson(*peer) : nlohmann::json("network")},
+                                       {"connected", false},
+                                       {"error", nullptr}});
+    c.socketNotes.emplace_back();
 
     long number = ParsePort(port);
     if (number <= 0) {
       QueueError(s, number == 0 ? kErrInvalidArg : kErrOutOfRange);
+      return {};
+    }
+    if (peer) {
+      // Any server name is the played peer; the Connect event comes with the pump.
+      s.played.emplace();
+      s.played->peer = *peer;
       return {};
     }
     addrinfo hints{};
@@ -301,6 +431,11 @@ class SimSockets : public platform::Sockets {
     SimSocket& s = it->second;
     TranscriptText(c, s, "sent") += data;
     if (s.errorPending) return {};
+    c.socketNotes[s.transcriptIndex].awaiting = true;
+    if (s.played) {
+      Serve(*s.played, s.host, data);
+      return {};
+    }
     s.outbox += data;
     Flush(s);
     return {};
@@ -361,11 +496,14 @@ bool PumpOne(Context& c, int id) {
     s.errorPending = false;
     s.state = platform::kSocketError;
     s.connection.Reset();
+    s.played.reset();
     int32_t number = s.errorNumber;
     std::string description = s.errorDescription;
+    NoteError(c, s, number, description);
     if (owner) owner->OnError(number, description);
     return true;
   }
+  if (s.played) return PumpPlayed(c, s);
   if (s.connection.fd < 0) return false;
 
   if (s.state == platform::kSocketConnecting) {
@@ -377,12 +515,14 @@ bool PumpOne(Context& c, int id) {
       error = SocketError();
     if (error == 0) {
       s.state = platform::kSocketConnected;
+      NoteConnected(c, s);
       if (owner) owner->OnConnect();
     } else {
       Failure f = SocketFailure(ErrorForErrno(error));
       s.state = platform::kSocketError;
       s.connection.Reset();
       s.outbox.clear();
+      NoteError(c, s, f.Number, f.Description);
       if (owner) owner->OnError(f.Number, f.Description);
     }
     return true;
@@ -393,7 +533,7 @@ bool PumpOne(Context& c, int id) {
   ssize_t n = ::recv(s.connection.fd, buffer, sizeof buffer, kReceiveFlags);
   if (n > 0) {
     s.inbox.append(buffer, static_cast<size_t>(n));
-    TranscriptText(c, s, "received").append(buffer, static_cast<size_t>(n));
+    NoteReceived(c, s, buffer, static_cast<size_t>(n));
     long total = static_cast<long>(s.inbox.size());
     if (owner) owner->OnDataArrival(total);
     return true;
@@ -401,6 +541,7 @@ bool PumpOne(Context& c, int id) {
   if (n == 0) {
     // The peer closed its side.
     s.state = platform::kSocketClosing;
+    c.socketNotes[s.transcriptIndex].serverClosed = true;
     return true;
   }
   int error = SocketError();
@@ -430,7 +571,7 @@ void WaitForSocketEvents(std::chrono::steady_clock::duration limit) {
   pollfd fds[16];
   unsigned long count = 0;
   for (const auto& [id, s] : c.socketTable) {
-    if (s.errorPending) return;
+    if (s.errorPending || PlayedEventDue(s)) return;
     if (s.connection.fd < 0 || count == sizeof fds / sizeof fds[0]) continue;
     short events = 0;
     if (s.state == platform::kSocketConnecting) events = POLLOUT;

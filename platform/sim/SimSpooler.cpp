@@ -4,6 +4,7 @@
 // machine text; the A-calls give and take them in the ANSI code page.
 #include "platform/sim/SimContext.h"
 #include "platform/sim/SimServices.h"
+#include "platform/sim/SpoolerErrors.h"
 
 #include <cstddef>
 #include <cstring>
@@ -26,12 +27,25 @@ constexpr DWORD kErrorAlreadyExists = 183;
 constexpr DWORD kErrorNullRefPointer = 1780;   // a required out-pointer is null
 constexpr DWORD kErrorPrinterDeleted = 1905;
 
+// Access rights of a printer handle.
+constexpr DWORD kDelete = 0x00010000;
+constexpr DWORD kReadControl = 0x00020000;
+constexpr DWORD kMaximumAllowed = 0x02000000;
+constexpr DWORD kGenericAll = 0x10000000;
+constexpr DWORD kGenericExecute = 0x20000000;
+constexpr DWORD kGenericWrite = 0x40000000;
+constexpr DWORD kGenericRead = 0x80000000;
+constexpr DWORD kPrinterAccessUse = 0x00000008;
+// What a local printer's default security grants everyone: print.
+constexpr DWORD kPrinterRead = kReadControl | kPrinterAccessUse;
+
 // An open printer handle: the printer it stands for and the name it was
 // opened with (faults on calls taking the handle match that name).
 struct OpenPrinter {
   const Context* context = nullptr;
   std::string openedName;
   std::string printerName;
+  DWORD access = PRINTER_ALL_ACCESS;   // the rights granted
 };
 
 std::map<uintptr_t, OpenPrinter>& Handles() {
@@ -53,12 +67,24 @@ bool IsConnection(const SimPrinter& p) { return p.serverName && !p.serverName->e
 
 // Handle values are never given twice in a process, so a handle kept from an
 // earlier client never passes for one of a later client.
-uintptr_t NewHandle(Context& c, const std::string& openedName, const std::string& printerName) {
+uintptr_t NewHandle(Context& c, const std::string& openedName, const std::string& printerName,
+                    DWORD access = PRINTER_ALL_ACCESS) {
   static uintptr_t next = 0x5000;
   uintptr_t value = next;
   next += 4;
-  Handles()[value] = OpenPrinter{&c, openedName, printerName};
+  Handles()[value] = OpenPrinter{&c, openedName, printerName, access};
   return value;
+}
+
+// The rights asked for, generic ones mapped to a printer's: null defaults
+// ask for the right to print.
+DWORD AskedAccess(const Context& c, const PRINTER_DEFAULTSA* defaults) {
+  if (!defaults) return kPrinterAccessUse;
+  DWORD asked = defaults->DesiredAccess;
+  if (asked & kGenericAll) asked |= PRINTER_ALL_ACCESS;
+  if (asked & (kGenericRead | kGenericWrite | kGenericExecute)) asked |= kPrinterRead;
+  if (asked & kMaximumAllowed) asked |= c.StandardUser() ? kPrinterRead : PRINTER_ALL_ACCESS;
+  return asked & ~(kGenericAll | kGenericRead | kGenericWrite | kGenericExecute | kMaximumAllowed);
 }
 
 // The open handle behind printer, or null when it is not one of this
@@ -152,11 +178,18 @@ std::map<std::string, PrintServer>::const_iterator FindServer(const Context& c,
   return servers.end();
 }
 
-bool ServerHasQueue(const Context& c, const std::string& server, const std::string& queue) {
+// The queue of that name on that server (case-blind), or null.
+const ServerQueue* FindQueue(const Context& c, const std::string& server, const std::string& queue) {
   const auto found = FindServer(c, server);
-  if (found == c.machine.printServers.end()) return false;
+  if (found == c.machine.printServers.end()) return nullptr;
   for (const ServerQueue& q : found->second.queues)
-    if (SameNoCase(q.name, queue)) return true;
+    if (SameNoCase(q.name, queue)) return &q;
+  return nullptr;
+}
+
+bool DriverInstalled(const Context& c, const std::string& name) {
+  for (const std::string& driver : c.machine.drivers)
+    if (SameNoCase(driver, name)) return true;
   return false;
 }
 
@@ -295,7 +328,12 @@ class SimSpooler : public platform::Spooler {
     const std::string name = ArgText(printerName);
     SimPrinter* p = printerName ? FindPrinter(c, name) : nullptr;
     if (!p) return Fail(c, ERROR_INVALID_PRINTER_NAME);
-    *printer = reinterpret_cast<HANDLE>(NewHandle(c, name, p->name));
+    DWORD access = AskedAccess(c, defaults);
+    // A local printer grants a standard user the right to print and no more;
+    // a connection's rights are its server's.
+    if (c.StandardUser() && !IsConnection(*p) && (access & ~kPrinterRead))
+      return Fail(c, ERROR_ACCESS_DENIED);
+    *printer = reinterpret_cast<HANDLE>(NewHandle(c, name, p->name, access));
     return TRUE;
   }
 
@@ -547,13 +585,20 @@ class SimSpooler : public platform::Spooler {
     if (const Fault* f = c.TakeFault("AddPrinterConnectionA", name))
       return static_cast<BOOL>(f->result);
     std::string server, queue;
-    if (!SplitConnectionName(name, server, queue) || !ServerHasQueue(c, server, queue))
-      return Fail(c, ERROR_INVALID_PRINTER_NAME);
+    const ServerQueue* q = nullptr;
+    if (SplitConnectionName(name, server, queue)) q = FindQueue(c, server, queue);
+    if (!q) return Fail(c, ERROR_INVALID_PRINTER_NAME);
     if (FindPrinter(c, name)) return TRUE;
+    // A driver the client lacks comes from the server with the connection.
+    if (q->driver && !DriverInstalled(c, *q->driver)) {
+      if (c.StandardUser() && DriverInstallRefused(c.machine)) return Fail(c, kErrorPrinterDriverDownloadNeeded);
+      c.machine.drivers.push_back(*q->driver);
+    }
     SimPrinter p;
     p.name = name;
     p.serverName = "\\\\" + server;
     p.shareName = queue;
+    if (q->driver) p.driverName = *q->driver;
     c.machine.printers.push_back(p);
     return TRUE;
   }
@@ -573,6 +618,8 @@ class SimSpooler : public platform::Spooler {
     if (const Fault* f = c.TakeFault("DeletePrinter", opened)) return static_cast<BOOL>(f->result);
     SimPrinter* p = nullptr;
     if (DWORD error = PrinterOf(c, printer, p)) return Fail(c, error);
+    // A standard user's handle holds the right to print, not to delete.
+    if (c.StandardUser() && !(FindHandle(c, printer)->access & kDelete)) return Fail(c, ERROR_ACCESS_DENIED);
     RemovePrinter(c, p);
     return TRUE;
   }
@@ -584,9 +631,9 @@ class SimSpooler : public platform::Spooler {
       return static_cast<BOOL>(f->result);
     if (level != 2) return Fail(c, kErrorInvalidLevel);
     if (!driverInfo || !info.pName || !*info.pName) return Fail(c, ERROR_INVALID_PARAMETER);
+    if (c.StandardUser()) return Fail(c, ERROR_ACCESS_DENIED);
     const std::string driverName = ArgText(info.pName);
-    for (const std::string& driver : c.machine.drivers)
-      if (SameNoCase(driver, driverName)) return Fail(c, ERROR_PRINTER_DRIVER_ALREADY_INSTALLED);
+    if (DriverInstalled(c, driverName)) return Fail(c, ERROR_PRINTER_DRIVER_ALREADY_INSTALLED);
     c.machine.drivers.push_back(driverName);
     return TRUE;
   }
@@ -598,13 +645,11 @@ class SimSpooler : public platform::Spooler {
       return reinterpret_cast<HANDLE>(static_cast<uintptr_t>(f->result));
     if (level != 2) return FailHandle(c, kErrorInvalidLevel);
     if (!printerInfo) return FailHandle(c, ERROR_INVALID_PARAMETER);
+    if (c.StandardUser()) return FailHandle(c, ERROR_ACCESS_DENIED);
     std::string printerName = ArgText(info.pPrinterName);
     if (printerName.empty()) return FailHandle(c, ERROR_INVALID_PRINTER_NAME);
     if (FindPrinter(c, printerName)) return FailHandle(c, ERROR_PRINTER_ALREADY_EXISTS);
-    bool driverKnown = false;
-    for (const std::string& driver : c.machine.drivers)
-      driverKnown = driverKnown || SameNoCase(driver, ArgText(info.pDriverName));
-    if (!driverKnown) return FailHandle(c, ERROR_UNKNOWN_PRINTER_DRIVER);
+    if (!DriverInstalled(c, ArgText(info.pDriverName))) return FailHandle(c, ERROR_UNKNOWN_PRINTER_DRIVER);
     bool portKnown = false;
     for (const std::string& port : c.machine.ports)
       portKnown = portKnown || SameNoCase(port, ArgText(info.pPortName));
@@ -633,6 +678,7 @@ class SimSpooler : public platform::Spooler {
       return static_cast<BOOL>(f->result);
     std::string port = ArgText(monitorName);
     if (port.empty()) return Fail(c, ERROR_INVALID_PARAMETER);
+    if (c.StandardUser()) return Fail(c, ERROR_ACCESS_DENIED);
     for (const std::string& existing : c.machine.ports)
       if (SameNoCase(existing, port)) return Fail(c, kErrorAlreadyExists);
     c.machine.ports.push_back(port);

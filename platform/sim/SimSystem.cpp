@@ -289,6 +289,12 @@ class SimSystem : public platform::System {
 
 }  // namespace
 
+// Text of the A-calls as the engine's wide-character side sees it, in the
+// client's ANSI code page.
+std::u16string Utf16FromAnsi(const std::string& text) {
+  return Current().AnsiCodePage().ToUtf16(text);
+}
+
 platform::System& SystemService() {
   static SimSystem service;
   return service;

@@ -105,7 +105,7 @@ void Round(Context& c, bool mayWait) {
   bool happened = RunDueTimers(c);
   happened = PumpSocketEvents() || happened;
   if (!happened && mayWait) {
-    if (c.stuckAtOnce && !EventCanCome(c)) throw StuckError{c.StuckReason()};
+    if (c.stuckAtOnce && !EventCanCome(c)) throw StuckError{c.StuckReason(), c.PlainStuckReason()};
     IdleWait(c);
     happened = RunDueTimers(c);
     happened = PumpSocketEvents() || happened;

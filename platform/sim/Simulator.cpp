@@ -51,6 +51,7 @@ class SimClient : public Client {
     } catch (const StuckError& stuck) {
       context_.ended = "stuck";
       context_.stuckIn = stuck.why;
+      context_.stuckReason = stuck.plain;
     }
     return Transcript();
   }
@@ -85,7 +86,9 @@ class SimClient : public Client {
     context_.BeginRun(options.limitSeconds);
     context_.commandLine = options.commandLine;
     context_.stuckAtOnce = options.stuckAtOnce;
-    platform::SetServices(SimulatedServices());
+    context_.defaultPeer = options.defaultSmtpPeer;
+    context_.tracing = options.trace;
+    platform::SetServices(options.trace ? TracedServices(SimulatedServices()) : SimulatedServices());
   }
 
   Context context_;

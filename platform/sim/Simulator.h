@@ -10,6 +10,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace sim {
@@ -26,6 +27,9 @@ struct RunOptions {
   // A wait that nothing can end any more (no timer ticks, no socket is
   // open) is reported stuck at once instead of at the limit.
   bool stuckAtOnce = false;
+  // The SMTP peer played when machine.json names none; none: real sockets.
+  std::optional<SmtpPeer> defaultSmtpPeer;
+  bool trace = false;          // record every call of the boundary (calls)
 };
 
 class Client {
