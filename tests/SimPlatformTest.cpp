@@ -339,6 +339,24 @@ TEST_F(SimPlatformTest, Files_PathsResolveCaseBlindOnTheDrives) {
   EXPECT_EQ(dir / "files" / "C" / "Deploy" / "Config" / "A.ini", sim::Current().HostPath("C:\\DEPLOY\\config\\a.ini"));
 }
 
+TEST_F(SimPlatformTest, Files_SamePathAgain_LooksAtTheDrivesAgain) {
+  WriteFile("C:\\Deploy\\A.INI", "upper");
+  WriteFile("D:\\Deploy\\a.ini", "d");
+  Install();
+  const std::filesystem::path deploy = dir / "files" / "C" / "Deploy";
+  EXPECT_EQ(deploy / "A.INI", sim::ResolveWindowsPath(dir, "C:\\Deploy\\a.ini").host);
+  // The exact name, once it exists, is taken first.
+  std::ofstream(deploy / "a.ini") << "lower";
+  EXPECT_EQ(deploy / "a.ini", sim::ResolveWindowsPath(dir, "C:\\Deploy\\a.ini").host);
+  std::filesystem::remove(deploy / "a.ini");
+  EXPECT_EQ(deploy / "A.INI", sim::ResolveWindowsPath(dir, "C:\\Deploy\\a.ini").host);
+  // The same relative text in another current folder is another file.
+  EXPECT_EQ(deploy / "A.INI", sim::ResolveWindowsPath(dir, "a.ini", "C:\\Deploy").host);
+  EXPECT_EQ(dir / "files" / "D" / "Deploy" / "a.ini", sim::ResolveWindowsPath(dir, "a.ini", "D:\\Deploy").host);
+  EXPECT_EQ(sim::ResolvedPath::kBadName, sim::ResolveWindowsPath(dir, "a*.ini", "D:\\Deploy").status);
+  EXPECT_EQ(sim::ResolvedPath::kOk, sim::ResolveWindowsPath(dir, "a*.ini", "D:\\Deploy", true).status);
+}
+
 TEST_F(SimPlatformTest, Files_ReadFailures_GiveTheRunTimeErrors) {
   WriteFile("C:\\Deploy\\a.ini", "x");
   Install();

@@ -8,6 +8,7 @@
 #include "notification/modNotification.h"
 #include "platform/sim/SimServices.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <ctime>
@@ -251,24 +252,38 @@ std::optional<std::string> Context::CurrentDefault() const {
   return machine.defaultPrinter;
 }
 
-ResolvedPath ResolveWindowsPath(const fs::path& folder, const std::string& windowsPath,
-                                const std::string& currentDir, bool wildcards) {
+namespace {
+
+// A Windows path read into its parts, before any name is looked up; or,
+// when done, what resolving it gives without looking.
+struct ParsedPath {
+  bool done = false;
   ResolvedPath result;
+  bool verbatim = false;
+  bool unc = false;
+  std::string drive, server, share;
+  std::vector<std::string> parts;   // the names below the root
+};
+
+ParsedPath ParseWindowsPath(const std::string& windowsPath, const std::string& currentDir, bool wildcards) {
+  ParsedPath parsed;
+  parsed.done = true;
+  ResolvedPath& result = parsed.result;
   // The ANSI functions turn the path into UTF-16 in a buffer of MAX_PATH.
   if (windowsPath.size() > kMaxPath) {
     result.status = ResolvedPath::kTooLong;
-    return result;
+    return parsed;
   }
   // "\\?\" exactly: every name goes to the file system as it stands.
-  const bool verbatim = windowsPath.compare(0, 4, "\\\\?\\") == 0;
+  const bool verbatim = parsed.verbatim = windowsPath.compare(0, 4, "\\\\?\\") == 0;
   std::string path = windowsPath;
   if (!verbatim)
     for (char& c : path)
       if (c == '/') c = '\\';
 
-  std::vector<std::string> parts;   // the names below the root
-  bool unc = false;
-  std::string drive, server, share;
+  std::vector<std::string>& parts = parsed.parts;
+  bool& unc = parsed.unc;
+  std::string &drive = parsed.drive, &server = parsed.server, &share = parsed.share;
   if (verbatim || path.compare(0, 4, "\\\\.\\") == 0 || path.compare(0, 4, "\\\\?\\") == 0 || path == "\\\\." ||
       path == "\\\\?") {
     // A device path: its first name is the device, a drive, or UNC.
@@ -279,7 +294,7 @@ ResolvedPath ResolveWindowsPath(const fs::path& folder, const std::string& windo
       for (const std::string& name : raw) {
         if (name.empty() || name == "." || name == "..") {
           result.status = ResolvedPath::kBadName;
-          return result;
+          return parsed;
         }
       }
     } else {
@@ -288,7 +303,7 @@ ResolvedPath ResolveWindowsPath(const fs::path& folder, const std::string& windo
     if (raw.empty()) {
       result.status = ResolvedPath::kNoSuchDevice;
       result.windows = "\\\\.\\";
-      return result;
+      return parsed;
     }
     const std::string device = raw.front();
     if (device.size() == 2 && std::isalpha(static_cast<unsigned char>(device[0])) && device[1] == ':') {
@@ -305,14 +320,14 @@ ResolvedPath ResolveWindowsPath(const fs::path& folder, const std::string& windo
       result.status = raw.size() > 1                 ? ResolvedPath::kNoDevice
                       : SameNoCase(device, "NUL") ? ResolvedPath::kNullDevice
                                                   : ResolvedPath::kNoSuchDevice;
-      return result;
+      return parsed;
     }
   } else {
     // Make the path absolute.
     unc = path.size() >= 2 && path[0] == '\\' && path[1] == '\\';
     bool absoluteDrive = path.size() >= 3 && IsDriveLetter(path[0]) && path[1] == ':' && path[2] == '\\';
     if (!unc && !absoluteDrive) {
-      if (currentDir.empty()) return result;
+      if (currentDir.empty()) return parsed;
       std::string cwd = currentDir;
       for (char& c : cwd)
         if (c == '/') c = '\\';
@@ -340,7 +355,7 @@ ResolvedPath ResolveWindowsPath(const fs::path& folder, const std::string& windo
       std::vector<std::string> raw = SplitAtBackslash(path.substr(2));
       if (raw.size() < 2) {
         result.status = ResolvedPath::kBadName;
-        return result;
+        return parsed;
       }
       server = raw[0];
       share = raw[1];
@@ -348,7 +363,7 @@ ResolvedPath ResolveWindowsPath(const fs::path& folder, const std::string& windo
     } else {
       if (path.size() < 2 || !IsDriveLetter(path[0]) || path[1] != ':') {
         result.status = ResolvedPath::kBadName;
-        return result;
+        return parsed;
       }
       drive = path.substr(0, 2);
       parts = Normalized(SplitAtBackslash(path.substr(2)), endsInSeparator);
@@ -358,7 +373,7 @@ ResolvedPath ResolveWindowsPath(const fs::path& folder, const std::string& windo
         if (!device.empty()) {
           result.status = device == "NUL" ? ResolvedPath::kNullDevice : ResolvedPath::kNoSuchDevice;
           result.windows = "\\\\.\\" + device;
-          return result;
+          return parsed;
         }
       }
     }
@@ -366,18 +381,73 @@ ResolvedPath ResolveWindowsPath(const fs::path& folder, const std::string& windo
 
   if (unc && (BadName(server, false) || BadName(share, false))) {
     result.status = ResolvedPath::kBadName;
-    return result;
+    return parsed;
   }
   // A server or share named "." or ".." is one the client does not have.
   if (unc && (server.empty() || server == "." || server == ".." || share.empty() || share == "." || share == "..")) {
     result.status = ResolvedPath::kNoDevice;
-    return result;
+    return parsed;
   }
   for (size_t i = 0; i < parts.size(); ++i)
     if (BadName(parts[i], wildcards && i + 1 == parts.size())) {
       result.status = ResolvedPath::kBadName;
+      return parsed;
+    }
+  parsed.done = false;
+  return parsed;
+}
+
+}  // namespace
+
+ResolvedPath ResolveWindowsPath(const fs::path& folder, const std::string& windowsPath,
+                                const std::string& currentDir, bool wildcards) {
+  // The engine resolves the same path many times over (each key of an INI
+  // file): the reading of the last path is kept, as it depends on the text
+  // alone.
+  thread_local std::string lastPath, lastDir;
+  thread_local bool known = false, lastWildcards = false;
+  thread_local ParsedPath last;
+  if (!known || lastPath != windowsPath || lastDir != currentDir || lastWildcards != wildcards) {
+    last = ParseWindowsPath(windowsPath, currentDir, wildcards);
+    known = true;
+    lastPath = windowsPath;
+    lastDir = currentDir;
+    lastWildcards = wildcards;
+  }
+  if (last.done) return last.result;
+  const ParsedPath& p = last;
+  const bool verbatim = p.verbatim, unc = p.unc;
+  const std::string &drive = p.drive, &server = p.server, &share = p.share;
+  const std::vector<std::string>& parts = p.parts;
+  ResolvedPath result;
+
+  // When the path exists exactly as written, every name is its own exact
+  // match: one look-up instead of one per name.
+  if (std::none_of(parts.begin(), parts.end(),
+                   [](const std::string& name) { return name.find_first_of("*?") != std::string::npos; })) {
+    const char separator = static_cast<char>(fs::path::preferred_separator);
+    std::string exact = unc ? "UNC" + (separator + server) + separator + share
+                            : std::string(1, static_cast<char>(std::toupper(static_cast<unsigned char>(drive[0]))));
+    std::string windows = unc ? "\\\\" + server + "\\" + share : exact + ":";
+    for (const std::string& name : parts) {
+      exact += separator + name;
+      windows += "\\" + name;
+    }
+    if (parts.empty() && !unc) windows += "\\";
+    fs::path host = folder / ("files" + (separator + exact));
+    std::error_code ec;
+    if (fs::exists(host, ec)) {
+      if (!verbatim && windows.size() >= kMaxPath) {
+        result.status = ResolvedPath::kTooLong;
+        return result;
+      }
+      result.host = std::move(host);
+      result.windows = std::move(windows);
+      result.onDriveC = !unc && exact[0] == 'C';
+      result.status = ResolvedPath::kOk;
       return result;
     }
+  }
 
   std::string rootText;
   fs::path root = folder / "files";

@@ -10,8 +10,6 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <fstream>
-#include <sstream>
 
 #ifdef _WIN32
 #include <io.h>
@@ -45,16 +43,11 @@ bool HostIsFile(const fs::path& host) {
   return fs::exists(host, ec) && !fs::is_directory(host, ec);
 }
 
-int HostRead(const fs::path& host, std::string& bytes) {
-  std::ifstream in(host, std::ios::binary);
-  if (!in) return HostIsFile(host) ? EACCES : ENOENT;
-  std::stringstream buffer;
-  buffer << in.rdbuf();
-  bytes = buffer.str();
-  return 0;
-}
-
 #ifdef _WIN32
+int OpenForReading(const fs::path& host) { return ::_wopen(host.c_str(), _O_RDONLY | _O_BINARY | _O_NOINHERIT); }
+int ReadSome(int fd, char* data, size_t size) {
+  return ::_read(fd, data, static_cast<unsigned>(size > 0x40000000 ? 0x40000000 : size));
+}
 int OpenForWriting(const fs::path& host, int flags) {
   return ::_wopen(host.c_str(), flags | _O_WRONLY | _O_BINARY | _O_NOINHERIT, _S_IREAD | _S_IWRITE);
 }
@@ -82,6 +75,8 @@ int Rename(const fs::path& from, const fs::path& to) {
   return GetLastError() == ERROR_ACCESS_DENIED ? EACCES : EIO;
 }
 #else
+int OpenForReading(const fs::path& host) { return ::open(host.c_str(), O_RDONLY | O_CLOEXEC); }
+ssize_t ReadSome(int fd, char* data, size_t size) { return ::read(fd, data, size); }
 int OpenForWriting(const fs::path& host, int flags) {
   return ::open(host.c_str(), flags | O_WRONLY | O_CLOEXEC, 0666);
 }
@@ -97,6 +92,28 @@ int Rename(const fs::path& from, const fs::path& to) {
   return ::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
 #endif
+
+// The whole file; errno when it cannot be opened or read.
+int HostRead(const fs::path& host, std::string& bytes) {
+  int fd = OpenForReading(host);
+  if (fd < 0) return HostIsFile(host) ? EACCES : ENOENT;
+  bytes.clear();
+  char chunk[16384];
+  int error = 0;
+  for (;;) {
+    auto n = ReadSome(fd, chunk, sizeof chunk);
+    if (n > 0) {
+      bytes.append(chunk, static_cast<size_t>(n));
+    } else if (n == 0) {
+      break;
+    } else if (errno != EINTR) {
+      error = errno;
+      break;
+    }
+  }
+  CloseFile(fd);
+  return error;
+}
 
 // Opens with flags and writes all of bytes in as few writes as the system
 // allows (one, as a rule, so that reports of engines sharing a file do not

@@ -158,13 +158,10 @@ const std::vector<IniSection>& LoadProfileFile(const Context& c, const std::stri
     case ResolvedPath::kNoDrive:
     case ResolvedPath::kNoSuchDevice: error = ERROR_FILE_NOT_FOUND; return kNone;
   }
-  if (DriveIsFolder(c, path.host)) {
-    error = ERROR_ACCESS_DENIED;
-    return kNone;
-  }
+  // A folder cannot be read as a file.
   std::string bytes;
   if (DriveRead(c, path.host, bytes) != 0) {
-    error = DriveIsFile(c, path.host) ? ERROR_ACCESS_DENIED : ERROR_FILE_NOT_FOUND;
+    error = DriveIsFolder(c, path.host) || DriveIsFile(c, path.host) ? ERROR_ACCESS_DENIED : ERROR_FILE_NOT_FOUND;
     return kNone;
   }
   // The file last read stays parsed while its bytes stay the same (the
