@@ -646,6 +646,8 @@ TEST_F(SimSpoolerTest, EnumPrinterDriversAndPorts_ListTheClientsOwnAtLevel1) {
   EXPECT_STREQ("HP LaserJet 4", d[1].pName);
 
   EXPECT_FALSE(spooler().EnumPortsA(nullptr, 1, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, lastError());
+  EXPECT_EQ(3 * sizeof(PORT_INFO_1A) + 6 + 6 + 12, needed);
   std::vector<uint8_t> ports(needed);
   EXPECT_TRUE(spooler().EnumPortsA(nullptr, 1, ports.data(), needed, &needed, &returned));
   ASSERT_EQ(3u, returned);
@@ -874,6 +876,8 @@ TEST_F(SimSpoolerTest, CodePage1252_DriversPortsAndAServersQueuesInItsBytes) {
   ASSERT_TRUE(spooler().EnumPrinterDriversA(nullptr, nullptr, 1, drivers.data(), needed, &needed, &returned));
   EXPECT_STREQ("Dr\xFC" "cker-Treiber", reinterpret_cast<const DRIVER_INFO_1A*>(drivers.data())->pName);
   EXPECT_FALSE(spooler().EnumPortsA(nullptr, 1, nullptr, 0, &needed, &returned));
+  EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, lastError());
+  EXPECT_EQ(sizeof(PORT_INFO_1A) + 6, needed);
   std::vector<uint8_t> ports(needed);
   ASSERT_TRUE(spooler().EnumPortsA(nullptr, 1, ports.data(), needed, &needed, &returned));
   EXPECT_STREQ("B\xFCro:", reinterpret_cast<const PORT_INFO_1A*>(ports.data())->pName);

@@ -2,6 +2,7 @@
 // transcript, run as a subprocess.
 #include "Version.h"
 #include "tests/IniFileBuilder.h"
+#include "tests/ScenarioHelpers.h"
 #include "tests/servers/smtp/SmtpPeer.h"
 
 #include <gtest/gtest.h>
@@ -24,6 +25,10 @@ namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
+using scenario::Contains;
+using scenario::Count;
+using scenario::Net;
+using scenario::Report;
 
 std::string Quote(const std::string& text) {
   std::string quoted = "'";
@@ -105,15 +110,6 @@ class ZandolinSimTest : public ::testing::Test {
   fs::path work, client;
 };
 
-// Report lines as the outcome text holds them: each behind CR LF.
-std::string Lines(std::initializer_list<std::string> lines) {
-  std::string text;
-  for (const std::string& line : lines) text += "\r\n" + line;
-  return text;
-}
-
-bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
 // The parts stand in text in this order.
 void ExpectInOrder(const std::string& text, const std::vector<std::string>& parts) {
   size_t at = 0;
@@ -122,10 +118,6 @@ void ExpectInOrder(const std::string& text, const std::vector<std::string>& part
     ASSERT_NE(found, std::string::npos) << "missing or out of order: " << part << "\n" << text;
     at = found + part.size();
   }
-}
-
-json Net(const std::string& server, const std::string& queue) {
-  return {{"name", "\\\\" + server + "\\" + queue}, {"serverName", "\\\\" + server}, {"shareName", queue}};
 }
 
 const char kNoIniBox[] = "Unable to find INI file. Please check your deployment and try again.";
@@ -416,8 +408,8 @@ TEST_F(ZandolinSimTest, Smtp_DryRun_TheAcceptingPeerPlaysTheServer_NothingLeaves
   // QUIT goes without its line end and the engine closes at once: the
   // peer's 221 is never asked for.
   EXPECT_EQ(s["received"], kAccepted);
-  EXPECT_TRUE(Has(t["debugBuffer"], ">> Sending QUIT <<\r\n"));
-  EXPECT_FALSE(Has(t["debugBuffer"], "ERROR: Sending SMTP email"));
+  EXPECT_TRUE(Contains(t["debugBuffer"], ">> Sending QUIT <<\r\n"));
+  EXPECT_FALSE(Contains(t["debugBuffer"], "ERROR: Sending SMTP email"));
 }
 
 TEST_F(ZandolinSimTest, Smtp_Defaults_RealSockets_DryRunWithNetworkToo) {
@@ -444,7 +436,7 @@ TEST_F(ZandolinSimTest, Smtp_MachineJsonPeer_WinsOverDryRunAndNetwork) {
   EXPECT_EQ(s["received"], "220 mail.example.com Service ready\r\n250 mail.example.com\r\n250 OK\r\n"
                            "550 Requested action not taken\r\n");
   // A refused step saves the message beside the executable.
-  EXPECT_TRUE(Has(t["debugBuffer"], "ERROR: Sending SMTP email <<\r\nERROR: 0\r\nERROR DESCRIPTION: \r\n"
+  EXPECT_TRUE(Contains(t["debugBuffer"], "ERROR: Sending SMTP email <<\r\nERROR: 0\r\nERROR DESCRIPTION: \r\n"
                                     ">> Writing to back-up file: C:\\Deploy\\PC042_11.21.2026_14.05.09_EmailFailure.txt"));
   EXPECT_EQ(t["filesWritten"], (json{"C:\\Users\\jdoe\\Zandolin_status.log",
                                    "C:\\Deploy\\PC042_11.21.2026_14.05.09_EmailFailure.txt",
@@ -452,18 +444,28 @@ TEST_F(ZandolinSimTest, Smtp_MachineJsonPeer_WinsOverDryRunAndNetwork) {
 }
 
 TEST_F(ZandolinSimTest, Smtp_RefuseEachStep_TheEngineStopsThere) {
-  const char* const kLast[] = {"", "", "HELO PC042\r\n", "MAIL FROM:<zandolin@example.com>\r\n",
-                               "RCPT TO:<admin@example.com>\r\n", "DATA\r\n", "\r\n.\r\n"};
+  // What the engine has sent when the server refuses step N: the commands
+  // before it, and at step 6 the whole message but QUIT.
+  const char* const kCommands[] = {"HELO PC042\r\n", "MAIL FROM:<zandolin@example.com>\r\n",
+                                   "RCPT TO:<admin@example.com>\r\n", "DATA\r\n"};
   for (int step = 1; step <= 6; ++step) {
     json machine = kMailMachine;
     machine["smtp"] = {{"refuse", step}};
     json t = RunJson(machine, MailIni("mail.example.com", "25"));
-    const std::string sent = t["sockets"][0]["sent"], received = t["sockets"][0]["received"];
-    EXPECT_TRUE(received.ends_with("550 Requested action not taken\r\n")) << step << ": " << received;
-    EXPECT_EQ(std::count(received.begin(), received.end(), '\n'), step) << step;
-    EXPECT_TRUE(sent.ends_with(kLast[step])) << step << ": " << sent;
-    EXPECT_FALSE(Has(sent, "QUIT")) << step;
-    EXPECT_TRUE(Has(t["debugBuffer"], "ERROR: Sending SMTP email <<")) << step;
+    std::string sent;
+    if (step == 6) {
+      sent = MailSent(t["outcomeText"]);
+      sent.erase(sent.size() - 4);
+    } else {
+      for (int i = 0; i + 1 < step; ++i) sent += kCommands[i];
+    }
+    // The replies before the refused one, then the refusal.
+    size_t end = 0;
+    for (int i = 1; i < step; ++i) end = kAccepted.find('\n', end) + 1;
+    const std::string received = kAccepted.substr(0, end) + "550 Requested action not taken\r\n";
+    EXPECT_EQ(t["sockets"][0]["sent"], sent) << step;
+    EXPECT_EQ(t["sockets"][0]["received"], received) << step;
+    EXPECT_TRUE(Contains(t["debugBuffer"], "ERROR: Sending SMTP email <<")) << step;
   }
 }
 
@@ -538,16 +540,16 @@ TEST_F(ZandolinSimTest, StandardUser_LocalPrinterDriverPortAndTheEventSource_Acc
   json t = RunJson(LocalPrintersMachine(false), LocalPrintersIni());
   EXPECT_EQ(t["client"]["isAdmin"], false);
   const std::string outcome = t["outcomeText"];
-  EXPECT_TRUE(Has(outcome, Lines({"* ----- Maintenance Populate ----- *",
+  EXPECT_TRUE(Contains(outcome, Report({"* ----- Maintenance Populate ----- *",
                                   "Warning (Permission denied) unable to install provided driver: Label Printer",
                                   "Warning (5) unable to add provided driver information: Label Printer",
                                   "Error (5) populating local printer: Label Printer"})))
       << outcome;
   // The delete is never reached: the handle with full access is refused.
-  EXPECT_TRUE(Has(outcome, Lines({"* ----- Maintenance Prune Local Printers ----- *",
+  EXPECT_TRUE(Contains(outcome, Report({"* ----- Maintenance Prune Local Printers ----- *",
                                   "Error (5) opening local printer: Old Label"})))
       << outcome;
-  EXPECT_TRUE(Has(t["debugBuffer"], "ERROR: Opening client local printer: Old Label\r\nSYSTEM ERROR: 5\r\n"));
+  EXPECT_TRUE(Contains(t["debugBuffer"], "ERROR: Opening client local printer: Old Label\r\nSYSTEM ERROR: 5\r\n"));
   EXPECT_EQ(t["spoolerCalls"], json::parse(R"([
       {"call": "AddPrinterDriverA", "args": [null, 2, "ZDesigner GK420d"], "result": 0, "lastError": 5},
       {"call": "AddPrinterA", "args": [null, 2, "Label Printer", "USB001", "ZDesigner GK420d"],
@@ -565,9 +567,9 @@ TEST_F(ZandolinSimTest, StandardUser_TheSameRunAsAnAdministrator_Succeeds) {
   WriteClientFile("files/UNC/fileserver/drivers/zdesigner.dll", "driver");
   json t = RunJson(LocalPrintersMachine(true), LocalPrintersIni());
   const std::string outcome = t["outcomeText"];
-  EXPECT_TRUE(Has(outcome, Lines({"* ----- Maintenance Populate ----- *", "Populated local printer: Label Printer"})))
+  EXPECT_TRUE(Contains(outcome, Report({"* ----- Maintenance Populate ----- *", "Populated local printer: Label Printer"})))
       << outcome;
-  EXPECT_TRUE(Has(outcome, Lines({"* ----- Maintenance Prune Local Printers ----- *",
+  EXPECT_TRUE(Contains(outcome, Report({"* ----- Maintenance Prune Local Printers ----- *",
                                   "Deleted local printer: Old Label"})))
       << outcome;
   EXPECT_EQ(Slurp(client / "files" / "C" / "Windows" / "system32" / "zdesigner.dll"), "driver");
@@ -603,7 +605,7 @@ json MoveMachine(bool isAdmin) {
 TEST_F(ZandolinSimTest, PointAndPrint_StandardUser_DriverFromTheServerRefused3019) {
   json t = RunJson(MoveMachine(false), MoveIni());
   EXPECT_EQ(t["client"]["pointAndPrint"], (json{{"RestrictDriverInstallationToAdministrators", 1}}));
-  EXPECT_TRUE(Has(t["outcomeText"], Lines({"Migrating: \\\\OLD\\laser to \\\\NEW\\laser",
+  EXPECT_TRUE(Contains(t["outcomeText"], Report({"Migrating: \\\\OLD\\laser to \\\\NEW\\laser",
                                            "Error (3019) populating network printer: \\\\NEW\\laser",
                                            "Deleted networked printer: \\\\OLD\\laser"})))
       << t["outcomeText"];
@@ -619,15 +621,16 @@ TEST_F(ZandolinSimTest, PointAndPrint_DriverInstalled_TheStandardUserConnects) {
   json machine = MoveMachine(false);
   machine["drivers"] = {"HP Universal Printing PCL 6"};
   json t = RunJson(machine, MoveIni());
-  EXPECT_TRUE(Has(t["outcomeText"], Lines({"Populated networked printer: \\\\NEW\\laser"})));
+  EXPECT_TRUE(Contains(t["outcomeText"], Report({"Populated networked printer: \\\\NEW\\laser"})));
   EXPECT_EQ(t["printersAfter"][0]["driverName"], "HP Universal Printing PCL 6");
   EXPECT_EQ(t["defaultAfter"], "\\\\NEW\\laser");
 }
 
 TEST_F(ZandolinSimTest, PointAndPrint_Defaults_TheAdministratorBringsTheDriver) {
   json t = RunJson(MoveMachine(true), MoveIni());
-  EXPECT_TRUE(Has(t["outcomeText"], Lines({"Populated networked printer: \\\\NEW\\laser"})));
-  EXPECT_EQ(t["spoolerCalls"][0]["result"], 1);
+  EXPECT_TRUE(Contains(t["outcomeText"], Report({"Populated networked printer: \\\\NEW\\laser"})));
+  EXPECT_EQ(t["spoolerCalls"][0],
+            (json{{"call", "AddPrinterConnectionA"}, {"args", {"\\\\NEW\\laser"}}, {"result", 1}, {"lastError", 0}}));
   json saved = json::parse(Slurp(client / "machine.json"));
   EXPECT_EQ(saved["drivers"], (json{"HP Universal Printing PCL 6"}));
 }
@@ -660,7 +663,8 @@ TEST_F(ZandolinSimTest, PointAndPrint_QueueWithoutADriverNamed_ConnectsAsBefore)
   json machine = MoveMachine(false);
   machine["printServers"]["NEW"]["queues"] = {"laser"};
   json t = RunJson(machine, MoveIni());
-  EXPECT_EQ(t["spoolerCalls"][0]["result"], 1);
+  EXPECT_EQ(t["spoolerCalls"][0],
+            (json{{"call", "AddPrinterConnectionA"}, {"args", {"\\\\NEW\\laser"}}, {"result", 1}, {"lastError", 0}}));
   EXPECT_EQ(t["printersAfter"][0]["driverName"], "");
 }
 
@@ -698,19 +702,12 @@ testini::IniFile DirectoryIni() {
       .Set("ACTIVE DIRECTORY", "DomainName", "corp.example.com");
 }
 
-size_t ListedQueues(const json& t) {
-  const std::string outcome = t["outcomeText"];
-  size_t n = 0;
-  for (size_t at = outcome.find(" (\\\\NEW\\q"); at != std::string::npos; at = outcome.find(" (\\\\NEW\\q", at + 1)) ++n;
-  return n;
-}
-
 TEST_F(ZandolinSimTest, DirectorySizeLimit_Default1000_CutsTheAnswerWithoutFailure) {
   json t = RunJson(DirectoryMachine(1200), DirectoryIni());
-  EXPECT_EQ(ListedQueues(t), 1000u);
-  EXPECT_TRUE(Has(t["outcomeText"], Lines({"q1000 (\\\\NEW\\q1000)"})));
-  EXPECT_FALSE(Has(t["outcomeText"], "q1001"));
-  EXPECT_TRUE(Has(t["debugBuffer"], ">> Finished getting list of AD printers, abort status: False"));
+  EXPECT_EQ(Count(t["outcomeText"], " (\\\\NEW\\q"), 1000u);
+  EXPECT_TRUE(Contains(t["outcomeText"], Report({"q1000 (\\\\NEW\\q1000)"})));
+  EXPECT_FALSE(Contains(t["outcomeText"], "q1001"));
+  EXPECT_TRUE(Contains(t["debugBuffer"], ">> Finished getting list of AD printers, abort status: False"));
   EXPECT_EQ(t["directoryQueries"], json::parse(R"([{"entries": 1000, "cut": 200}])"));
   EXPECT_EQ(t["client"]["directorySizeLimit"], 1000);
 }
@@ -719,13 +716,13 @@ TEST_F(ZandolinSimTest, DirectorySizeLimit_ZeroOrAboveTheList_GivesEveryQueue) {
   json machine = DirectoryMachine(1200);
   machine["directory"]["sizeLimit"] = 0;
   json none = RunJson(machine, DirectoryIni());
-  EXPECT_EQ(ListedQueues(none), 1200u);
+  EXPECT_EQ(Count(none["outcomeText"], " (\\\\NEW\\q"), 1200u);
   EXPECT_EQ(none["directoryQueries"], json::parse(R"([{"entries": 1200, "cut": 0}])"));
   machine["directory"]["sizeLimit"] = 1200;
-  EXPECT_EQ(ListedQueues(RunJson(machine, DirectoryIni())), 1200u);
+  EXPECT_EQ(Count(RunJson(machine, DirectoryIni())["outcomeText"], " (\\\\NEW\\q"), 1200u);
   machine["directory"]["sizeLimit"] = 3;
   json three = RunJson(machine, DirectoryIni());
-  EXPECT_EQ(ListedQueues(three), 3u);
+  EXPECT_EQ(Count(three["outcomeText"], " (\\\\NEW\\q"), 3u);
   EXPECT_EQ(three["directoryQueries"], json::parse(R"([{"entries": 3, "cut": 1197}])"));
 }
 
@@ -736,7 +733,7 @@ TEST_F(ZandolinSimTest, DirectorySizeLimit_ReadableReport_SaysHowManyWereCut) {
                       "(the engine's query is not paged)\n",
                       "Outcome text:"});
   std::string all = RunReport(DirectoryMachine(5), DirectoryIni());
-  EXPECT_TRUE(Has(all, "\nDirectory query: 5 print queues came\n")) << all;
+  EXPECT_TRUE(Contains(all, "\nDirectory query: 5 print queues came\n")) << all;
 }
 
 // ---------------------------------------------------------------- the event log's limit
@@ -760,8 +757,8 @@ TEST_F(ZandolinSimTest, EventLog_TextLongerThan31839_RefusedWith1500_TheEngineLo
             (json::array({{{"id", 20001}, {"lastError", 1500}, {"longestString", outcome.size()},
                            {"dataSize", outcome.size() + 1}}})));
   // The refusal is no run-time error: the engine's log says what it always says.
-  EXPECT_TRUE(Has(t["debugBuffer"], ">> Logged event in application event log.\r\n"));
-  EXPECT_FALSE(Has(t["debugBuffer"], "ERROR: Writing event to application event log"));
+  EXPECT_TRUE(Contains(t["debugBuffer"], ">> Logged event in application event log.\r\n"));
+  EXPECT_FALSE(Contains(t["debugBuffer"], "ERROR: Writing event to application event log"));
   // The call itself, and the last error the engine reads and drops.
   json report = nullptr, lastError = nullptr;
   for (size_t i = 0; i < t["calls"].size(); ++i)
@@ -778,7 +775,7 @@ TEST_F(ZandolinSimTest, EventLog_TextLongerThan31839_RefusedWith1500_TheEngineLo
   json shortRun = RunJson(ManyPrinters(3), EventLogIni());
   EXPECT_EQ(shortRun["eventLogWritten"].size(), 1u);
   EXPECT_EQ(shortRun["eventLogRefused"], json::array());
-  EXPECT_TRUE(Has(shortRun["debugBuffer"], ">> Logged event in application event log.\r\n"));
+  EXPECT_TRUE(Contains(shortRun["debugBuffer"], ">> Logged event in application event log.\r\n"));
 }
 
 TEST_F(ZandolinSimTest, EventLog_ReadableReport_SaysWhyTheEntryIsMissing) {
@@ -820,7 +817,7 @@ TEST_F(ZandolinSimTest, Trace_AHandleNeverClosed_ShowsInTheReport) {
   machine["faults"] = {{{"call", "ClosePrinter"}, {"match", "\\\\OLD\\laser"}, {"result", 0}, {"lastError", 6}}};
   std::string open = RunReport(machine, ini, {"--trace"});
   ExpectInOrder(open, {"Handles never closed:\n  0x5000 (printer \\\\OLD\\laser, from OpenPrinterA)\n"});
-  EXPECT_FALSE(Has(RunReport(machine, ini), "Handles never closed"));
+  EXPECT_FALSE(Contains(RunReport(machine, ini), "Handles never closed"));
 }
 
 TEST_F(ZandolinSimTest, Trace_AWaitThatNeverEnds_IsFoldedIntoOneEntry) {
@@ -913,8 +910,6 @@ class CodePageScenario : public ZandolinSimTest {
     o.debugLog = Slurp(work / "debug.txt");
     return o;
   }
-
-  static bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 };
 
 TEST_F(CodePageScenario, Cp1252Default_DruckerMovesAndGoesOnTheWireAsFC_JapaneseNameIsLost) {
@@ -923,12 +918,12 @@ TEST_F(CodePageScenario, Cp1252Default_DruckerMovesAndGoesOnTheWireAsFC_Japanese
       {"call": "AddPrinterConnectionA", "args": ["\\\\NEW\\Drücker"], "result": 1, "lastError": 0},
       {"call": "DeletePrinterConnectionA", "args": ["\\\\OLD\\Drücker"], "result": 1, "lastError": 0}])"));
   const std::string outcome = o.transcript["outcomeText"];
-  EXPECT_TRUE(Has(outcome, "\r\nError getting handle to printer: \\\\OLD\\??\r\n")) << outcome;
-  EXPECT_TRUE(Has(outcome, "\r\nMigrating: \\\\OLD\\Drücker to \\\\NEW\\Drücker\r\n")) << outcome;
-  EXPECT_TRUE(Has(o.file, "\r\nMigrating: \\\\OLD\\Dr\xFC" "cker to \\\\NEW\\Dr\xFC" "cker\r\n")) << o.file;
-  EXPECT_TRUE(Has(o.wire, smtppeer::Peer::BytesAsCharacters("\r\nMigrating: \\\\OLD\\Dr\xFC" "cker to \\\\NEW\\Dr\xFC" "cker\r\n"))) << o.wire;
-  EXPECT_TRUE(Has(o.debugLog, ">> Found networked printer: \\\\OLD\\Drücker (\\\\OLD)\r\n")) << o.debugLog;
-  EXPECT_TRUE(Has(o.debugLog, "ERROR: Getting client printer (no handle): \\\\OLD\\??\r\n")) << o.debugLog;
+  EXPECT_TRUE(Contains(outcome, "\r\nError getting handle to printer: \\\\OLD\\??\r\n")) << outcome;
+  EXPECT_TRUE(Contains(outcome, "\r\nMigrating: \\\\OLD\\Drücker to \\\\NEW\\Drücker\r\n")) << outcome;
+  EXPECT_TRUE(Contains(o.file, "\r\nMigrating: \\\\OLD\\Dr\xFC" "cker to \\\\NEW\\Dr\xFC" "cker\r\n")) << o.file;
+  EXPECT_TRUE(Contains(o.wire, smtppeer::Peer::BytesAsCharacters("\r\nMigrating: \\\\OLD\\Dr\xFC" "cker to \\\\NEW\\Dr\xFC" "cker\r\n"))) << o.wire;
+  EXPECT_TRUE(Contains(o.debugLog, ">> Found networked printer: \\\\OLD\\Drücker (\\\\OLD)\r\n")) << o.debugLog;
+  EXPECT_TRUE(Contains(o.debugLog, "ERROR: Getting client printer (no handle): \\\\OLD\\??\r\n")) << o.debugLog;
 }
 
 TEST_F(CodePageScenario, Cp932_JapaneseNameMovesInItsTwoByteCharacters_DruckerIsLostToBestFit) {
@@ -937,13 +932,13 @@ TEST_F(CodePageScenario, Cp932_JapaneseNameMovesInItsTwoByteCharacters_DruckerIs
       {"call": "AddPrinterConnectionA", "args": ["\\\\NEW\\日本"], "result": 1, "lastError": 0},
       {"call": "DeletePrinterConnectionA", "args": ["\\\\OLD\\日本"], "result": 1, "lastError": 0}])"));
   const std::string outcome = o.transcript["outcomeText"];
-  EXPECT_TRUE(Has(outcome, "\r\nError getting handle to printer: \\\\OLD\\Drucker\r\n")) << outcome;
-  EXPECT_TRUE(Has(outcome, "\r\nMigrating: \\\\OLD\\日本 to \\\\NEW\\日本\r\n")) << outcome;
+  EXPECT_TRUE(Contains(outcome, "\r\nError getting handle to printer: \\\\OLD\\Drucker\r\n")) << outcome;
+  EXPECT_TRUE(Contains(outcome, "\r\nMigrating: \\\\OLD\\日本 to \\\\NEW\\日本\r\n")) << outcome;
   const std::string moved = "\r\nMigrating: \\\\OLD\\\x93\xFA\x96\x7B to \\\\NEW\\\x93\xFA\x96\x7B\r\n";
-  EXPECT_TRUE(Has(o.file, moved)) << o.file;
-  EXPECT_TRUE(Has(o.wire, smtppeer::Peer::BytesAsCharacters(moved))) << o.wire;
-  EXPECT_TRUE(Has(o.debugLog, ">> Found networked printer: \\\\OLD\\日本 (\\\\OLD)\r\n")) << o.debugLog;
-  EXPECT_TRUE(Has(o.debugLog, "ERROR: Getting client printer (no handle): \\\\OLD\\Drucker\r\n")) << o.debugLog;
+  EXPECT_TRUE(Contains(o.file, moved)) << o.file;
+  EXPECT_TRUE(Contains(o.wire, smtppeer::Peer::BytesAsCharacters(moved))) << o.wire;
+  EXPECT_TRUE(Contains(o.debugLog, ">> Found networked printer: \\\\OLD\\日本 (\\\\OLD)\r\n")) << o.debugLog;
+  EXPECT_TRUE(Contains(o.debugLog, "ERROR: Getting client printer (no handle): \\\\OLD\\Drucker\r\n")) << o.debugLog;
 }
 
 }  // namespace

@@ -308,7 +308,7 @@ e2e_rehearse() {
   cp -r "$1" "$copy"
   SIM_REPORT="$copy.report"
   SIM_LOG="$copy.log"
-  "$(dirname "$E2E_DEBUG")/zandolin-sim" "$copy" --json >"$copy.json" 2>"$copy.err"
+  "$E2E_LINUX_BUILD/zandolin-sim" "$copy" --json >"$copy.json" 2>"$copy.err"
   SIM_RC=$?
   python3 -c 'import json, sys; t = json.load(open(sys.argv[1]))
 open(sys.argv[2], "w").write(t["outcomeText"].replace("\r", ""))

@@ -9,7 +9,7 @@
 # printer.
 source "$(dirname "$0")/lib.sh"
 
-if [ ! -x "$(dirname "$E2E_DEBUG")/zandolin-sim" ]; then
+if [ ! -x "$E2E_LINUX_BUILD/zandolin-sim" ]; then
   e2e_fail "capture" "no zandolin-sim beside $E2E_DEBUG"
   exit 0
 fi

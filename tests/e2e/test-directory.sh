@@ -13,7 +13,7 @@ source "$(dirname "$0")/lib.sh"
 here=$(cd "$(dirname "$0")" && pwd)
 slapd_script="$here/../servers/ldap/start-slapd.sh"
 context="DC=corp,DC=example,DC=com"
-zandolin_sim="$(dirname "$E2E_DEBUG")/zandolin-sim"
+zandolin_sim="$E2E_LINUX_BUILD/zandolin-sim"
 
 for tool in slapd slapadd python3; do
   if ! command -v "$tool" >/dev/null && [ ! -x "/usr/sbin/$tool" ]; then

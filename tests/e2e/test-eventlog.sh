@@ -35,7 +35,7 @@ check_line "Wine takes the entry; the log says it was logged" "$log" \
   ">> Logged event in application event log."
 
 # The same client on the simulator.
-zandolin_sim="$(dirname "$E2E_DEBUG")/zandolin-sim"
+zandolin_sim="$E2E_LINUX_BUILD/zandolin-sim"
 if [ -x "$zandolin_sim" ]; then
   client="$E2E_TMP/eventlog-sim"
   rm -rf "$client"
