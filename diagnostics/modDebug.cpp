@@ -48,6 +48,15 @@ size_t PieceEnd(const std::string& log, size_t start) {
 }  // namespace
 
 std::vector<uint8_t> EncodeDebugLog(const std::string& log) {
+  // A log of one piece takes the three stages one after the other (the
+  // copies are small; a text of under three bytes is InterleaveBytes' to
+  // judge).
+  if (log.size() <= kPieceSize) {
+    std::vector<uint8_t> bytes = StringToBytes(log, true, false);
+    InterleaveBytes(bytes);
+    AddRunningSum(bytes);
+    return bytes;
+  }
   // Each byte of an ANSI code page gives at most one UTF-16 unit, and in a
   // single-byte code page exactly one: the file is laid out for that length
   // first, and when the conversion gives fewer units, laid out again for the
@@ -55,23 +64,14 @@ std::vector<uint8_t> EncodeDebugLog(const std::string& log) {
   size_t length = log.size() * 2;
   for (;;) {
     std::vector<uint8_t> file(length);
-    std::vector<uint8_t> few;  // the whole UTF-16 text, while it has less than three bytes
     size_t converted = 0;
     for (size_t start = 0; start < log.size();) {
       const size_t end = PieceEnd(log, start);
       const std::vector<uint8_t> piece =
           StringToBytes(log.substr(start, end - start), true, false);
-      if (length >= 3 && converted + piece.size() <= length)
-        InterleavePiece(file, converted, piece.data(), piece.size());
-      if (converted + piece.size() < 3) few.insert(few.end(), piece.begin(), piece.end());
+      if (converted + piece.size() <= length) InterleavePiece(file, converted, piece.data(), piece.size());
       converted += piece.size();
       start = end;
-    }
-    if (converted < 3) {
-      // Two bytes grow to three, one or none is fatal: InterleaveBytes knows.
-      InterleaveBytes(few);
-      AddRunningSum(few);
-      return few;
     }
     if (converted == length) {
       AddRunningSum(file);

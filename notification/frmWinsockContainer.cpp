@@ -84,8 +84,6 @@ void UnloadWinsockContainerForm() {
   FormUnloaded(&f);
 }
 
-bool WinsockContainerLoaded() { return IsFormLoaded(&frmWinsockContainer); }
-
 // Thirty ticks without a reset give up: from the load to the Connect event,
 // and for each reply after it.
 void WinsockContainerForm::timMain_Timer() {

@@ -47,4 +47,3 @@ extern WinsockContainerForm frmWinsockContainer;
 // started.
 void LoadWinsockContainerForm();
 void UnloadWinsockContainerForm();
-bool WinsockContainerLoaded();

@@ -57,27 +57,12 @@ const char kPointAndPrintKey[] = "Software\\Policies\\Microsoft\\Windows NT\\Pri
 
 // --- text ------------------------------------------------------------------
 
-std::string Utf16ToUtf8(const std::u16string& text) {
-  std::string out;
-  for (size_t i = 0; i < text.size(); ++i) {
-    uint32_t cp = text[i];
-    if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
-        text[i + 1] <= 0xDFFF) {
-      cp = 0x10000 + ((cp - 0xD800) << 10) + (text[++i] - 0xDC00);
-    } else if (cp >= 0xD800 && cp <= 0xDFFF) {
-      cp = 0xFFFD;
-    }
-    platform::AppendUtf8(out, cp);
-  }
-  return out;
-}
-
 // Text of the A-calls (the client's ANSI code page) in UTF-8.
 std::string Utf8(const std::string& ansi) {
   bool ascii = true;
   for (char ch : ansi) ascii = ascii && static_cast<unsigned char>(ch) < 0x80;
   if (ascii) return ansi;
-  return Utf16ToUtf8(Sys().system->AnsiToUtf16(ansi));
+  return platform::Utf16ToUtf8(Sys().system->AnsiToUtf16(ansi));
 }
 
 std::string Text(const char* pointer) { return pointer ? std::string(pointer) : std::string(); }

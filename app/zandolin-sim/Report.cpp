@@ -1,8 +1,8 @@
 #include "Report.h"
+#include "platform/sim/SimServices.h"
 #include "platform/sim/SpoolerErrors.h"
 
 #include <algorithm>
-#include <cctype>
 #include <map>
 #include <vector>
 
@@ -30,13 +30,6 @@ std::string Indented(const std::string& text, const std::string& indent) {
 }
 
 std::string Quoted(const json& value) { return value.is_null() ? "(none)" : value.get<std::string>(); }
-
-std::string Upper(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  return text;
-}
-
-bool SameName(const std::string& a, const std::string& b) { return Upper(a) == Upper(b); }
 
 // "1 print queue", "3 print queues".
 std::string Count(size_t n, const std::string& one, const std::string& many) {
@@ -148,7 +141,7 @@ std::string MovedTo(const std::string& outcome, const std::string& oldName) {
   for (size_t at = outcome.find("Migrating: "); at != std::string::npos; at = outcome.find("Migrating: ", at + 1)) {
     size_t eol = outcome.find('\r', at);
     std::string line = outcome.substr(at, eol == std::string::npos ? std::string::npos : eol - at);
-    if (line.size() > head.size() && SameName(line.substr(0, head.size()), head)) target = line.substr(head.size());
+    if (line.size() > head.size() && sim::SameNoCase(line.substr(0, head.size()), head)) target = line.substr(head.size());
   }
   return target;
 }
@@ -158,7 +151,7 @@ const json* LastAdd(const json& calls, const std::string& name) {
   const json* found = nullptr;
   for (const json& call : calls)
     if (call["call"] == "AddPrinterConnectionA" && call["args"][0].is_string() &&
-        SameName(call["args"][0].get<std::string>(), name))
+        sim::SameNoCase(call["args"][0].get<std::string>(), name))
       found = &call;
   return found;
 }
@@ -168,7 +161,7 @@ const json* LastAdd(const json& calls, const std::string& name) {
 void PrintChanges(std::ostream& out, const json& t) {
   auto has = [](const json& list, const std::string& name) {
     for (const json& p : list)
-      if (SameName(p["name"].get<std::string>(), name)) return true;
+      if (sim::SameNoCase(p["name"].get<std::string>(), name)) return true;
     return false;
   };
   std::vector<std::string> removed;
@@ -196,7 +189,7 @@ void PrintChanges(std::ostream& out, const json& t) {
   if (before.is_null() && after.is_null()) out << "none before or after\n";
   else if (after.is_null()) out << "lost: the user had " << before.get<std::string>() << " and now has none\n";
   else if (before.is_null()) out << "set to " << after.get<std::string>() << " (there was none)\n";
-  else if (SameName(before, after)) out << "kept (" << after.get<std::string>() << ")\n";
+  else if (sim::SameNoCase(before, after)) out << "kept (" << after.get<std::string>() << ")\n";
   else out << "changed from " << before.get<std::string>() << " to " << after.get<std::string>() << "\n";
 }
 
@@ -368,7 +361,7 @@ std::string Dialogue(const std::string& sent, const std::string& received, const
     std::string command = sent.substr(at, eol - at);
     at = eol + 2;
     out += indent + "> " + command + "\n";
-    const bool data = Upper(command) == "DATA" && next < answers.size() && answers[next].rfind("354", 0) == 0;
+    const bool data = sim::SameNoCase(command, "DATA") && next < answers.size() && answers[next].rfind("354", 0) == 0;
     answer();
     if (!data) continue;
     // The message ends at a line holding a lone point.

@@ -251,7 +251,7 @@ int Main(int argc, char** argv) {
   const bool defaults = !fs::exists(folder / "machine.json", ec);
   try {
     client = sim::Client::Load(folder);
-    machine = sim::LoadMachine(folder);
+    machine = client->State();   // as it was before the run
   } catch (const sim::MachineError& e) {
     // The message names machine.json; say which folder's, the one given.
     fs::path shown = (options.machineDir ? original : folder) / "machine.json";

@@ -13,6 +13,7 @@
 //
 //===----------------------------------------------------------------------===//
 
+#include "platform/native/NativeLibraries.h"
 #include "platform/native/NativeServices.h"
 
 #include <windows.h>
@@ -24,8 +25,7 @@ namespace {
 HANDLE ParentConsole() {
   static const HANDLE console = [] {
     typedef BOOL(WINAPI * AttachConsoleFn)(DWORD);
-    auto attach = reinterpret_cast<AttachConsoleFn>(reinterpret_cast<void*>(
-        ::GetProcAddress(::GetModuleHandleA("kernel32.dll"), "AttachConsole")));
+    auto attach = FindEntry<AttachConsoleFn>(::GetModuleHandleA("kernel32.dll"), "AttachConsole");
     if (!attach || !attach(ATTACH_PARENT_PROCESS)) return HANDLE(nullptr);
     HANDLE handle = ::CreateFileA("CONOUT$", GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                   nullptr, OPEN_EXISTING, 0, nullptr);

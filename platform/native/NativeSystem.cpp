@@ -33,12 +33,8 @@ namespace {
 typedef BOOL(WINAPI* GetUserProfileDirectoryAFn)(HANDLE, LPSTR, LPDWORD);
 
 GetUserProfileDirectoryAFn ResolveGetUserProfileDirectoryA() {
-  static GetUserProfileDirectoryAFn fn = [] {
-    HMODULE module = LoadSystemLibrary("userenv.dll");
-    if (!module) return GetUserProfileDirectoryAFn(nullptr);
-    void* entry = reinterpret_cast<void*>(::GetProcAddress(module, "GetUserProfileDirectoryA"));
-    return reinterpret_cast<GetUserProfileDirectoryAFn>(entry);
-  }();
+  static const GetUserProfileDirectoryAFn fn =
+      FindEntry<GetUserProfileDirectoryAFn>(LoadSystemLibrary("userenv.dll"), "GetUserProfileDirectoryA");
   return fn;
 }
 

@@ -63,28 +63,12 @@ void AppendUtf16(std::u16string& out, uint32_t cp) {
   }
 }
 
-// The next code point of UTF-16 text at i; a lone surrogate gives U+FFFD.
-uint32_t NextUtf16(std::u16string_view text, size_t& i) {
-  char16_t u = text[i++];
-  if (u >= 0xD800 && u <= 0xDBFF && i < text.size() && text[i] >= 0xDC00 && text[i] <= 0xDFFF)
-    return 0x10000 + ((u - 0xD800u) << 10) + (text[i++] - 0xDC00u);
-  if (u >= 0xD800 && u <= 0xDFFF) return kReplacement;
-  return u;
-}
-
 }  // namespace
 
 std::u16string Utf8ToUtf16(std::string_view text) {
   std::u16string out;
   out.reserve(text.size());
   for (size_t i = 0; i < text.size();) AppendUtf16(out, NextUtf8(text, i));
-  return out;
-}
-
-std::string Utf16ToUtf8(std::u16string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (size_t i = 0; i < text.size();) AppendUtf8(out, NextUtf16(text, i));
   return out;
 }
 

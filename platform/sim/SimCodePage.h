@@ -5,6 +5,8 @@
 // character or, failing that, the code page's default character ("?").
 #pragma once
 
+#include "platform/Utf8.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -76,6 +78,6 @@ class CodePage {
 // UTF-8 and UTF-16 as Windows converts them: an invalid sequence becomes
 // U+FFFD, a lone surrogate too.
 std::u16string Utf8ToUtf16(std::string_view text);
-std::string Utf16ToUtf8(std::u16string_view text);
+using platform::Utf16ToUtf8;
 
 }  // namespace sim

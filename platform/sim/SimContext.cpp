@@ -12,7 +12,6 @@
 #include <cctype>
 #include <cstring>
 #include <ctime>
-#include <fstream>
 #include <sstream>
 
 namespace sim {
@@ -690,11 +689,13 @@ nlohmann::json PrinterToJson(const SimPrinter& p) {
 // or this INI file's line of the status file in the profile.
 nlohmann::json Context::RunStatusRecord() const {
   nlohmann::json record = runStatus;
-  const std::string statusFile = machine.profileDir + "\\Zandolin_status.log";
   if (record.is_null()) {
+    const std::string statusFile = Resolve(machine.profileDir + "\\Zandolin_status.log").windows;
     for (const std::string& written : filesWritten) {
-      if (!SameNoCase(written, Resolve(statusFile).windows)) continue;
-      std::ifstream in(HostPath(written), std::ios::binary);
+      if (!SameNoCase(written, statusFile)) continue;
+      std::string bytes;
+      if (DriveRead(*this, HostPath(written), bytes) != 0) continue;
+      std::istringstream in(bytes);
       std::string line;
       while (std::getline(in, line)) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
@@ -717,7 +718,7 @@ nlohmann::json Context::ClientRecord() const {
   nlohmann::ordered_json policy = PointAndPrintToJson(PointAndPrintPolicy(machine));
   if (!PointAndPrintDword(machine, "RestrictDriverInstallationToAdministrators"))
     policy["RestrictDriverInstallationToAdministrators"] = 1;   // absent counts as 1
-  client["pointAndPrint"] = json::parse(policy.dump());
+  client["pointAndPrint"] = json(policy);
   client["standardUserInstallsDrivers"] = !DriverInstallRefused(machine);
   std::optional<SmtpPeer> peer = PlayedSmtpPeer();
   client["smtp"] = peer ? SmtpPeerJson(*peer) : json("network");

@@ -913,7 +913,7 @@ nlohmann::ordered_json MachineToJson(const Machine& m) {
   }
   root["faults"] = faults;
   root["pointAndPrint"] = PointAndPrintToJson(m.pointAndPrint);
-  if (m.smtp) root["smtp"] = Json::parse(SmtpPeerJson(*m.smtp).dump());
+  if (m.smtp) root["smtp"] = Json(SmtpPeerJson(*m.smtp));
   return root;
 }
 

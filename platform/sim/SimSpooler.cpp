@@ -21,8 +21,6 @@ namespace sim {
 namespace {
 
 // Last-error codes the portable header does not name.
-constexpr DWORD kErrorInvalidLevel = 124;
-constexpr DWORD kErrorNoMoreItems = 259;
 constexpr DWORD kErrorAlreadyExists = 183;
 constexpr DWORD kErrorNullRefPointer = 1780;   // a required out-pointer is null
 constexpr DWORD kErrorPrinterDeleted = 1905;
@@ -187,9 +185,10 @@ const ServerQueue* FindQueue(const Context& c, const std::string& server, const 
   return nullptr;
 }
 
-bool DriverInstalled(const Context& c, const std::string& name) {
-  for (const std::string& driver : c.machine.drivers)
-    if (SameNoCase(driver, name)) return true;
+// Whether the list holds name, case-blind: the client's drivers and ports.
+bool Listed(const std::vector<std::string>& list, const std::string& name) {
+  for (const std::string& entry : list)
+    if (SameNoCase(entry, name)) return true;
   return false;
 }
 
@@ -227,7 +226,8 @@ DWORD StringBytes(const InfoStrings& s) {
 // Lays out records as the spooler does: the PRINTER_INFO_2A records one
 // after the other at the start of the buffer, then the strings they point
 // into, record by record in member order.
-void FillPrinterInfo(const std::vector<const SimPrinter*>& printers, LPBYTE buffer) {
+void FillPrinterInfo(const std::vector<const SimPrinter*>& printers, const std::vector<InfoStrings>& texts,
+                     LPBYTE buffer) {
   LPBYTE strings = buffer + printers.size() * sizeof(PRINTER_INFO_2A);
   auto put = [&strings](const std::string& text) {
     LPSTR at = reinterpret_cast<LPSTR>(strings);
@@ -236,7 +236,7 @@ void FillPrinterInfo(const std::vector<const SimPrinter*>& printers, LPBYTE buff
     return at;
   };
   for (size_t i = 0; i < printers.size(); ++i) {
-    InfoStrings s = StringsOf(*printers[i]);
+    const InfoStrings& s = texts[i];
     PRINTER_INFO_2A info;
     std::memset(&info, 0, sizeof info);
     info.pServerName = s.server ? put(*s.server) : nullptr;
@@ -297,10 +297,15 @@ BOOL FillNames(Context& c, const std::vector<std::string>& names, LPBYTE buffer,
   return TRUE;
 }
 
-DWORD NeededFor(const std::vector<const SimPrinter*>& printers) {
+std::vector<InfoStrings> StringsOf(const std::vector<const SimPrinter*>& printers) {
+  std::vector<InfoStrings> texts;
+  for (const SimPrinter* p : printers) texts.push_back(StringsOf(*p));
+  return texts;
+}
+
+DWORD NeededFor(const std::vector<InfoStrings>& texts) {
   DWORD total = 0;
-  for (const SimPrinter* p : printers)
-    total += static_cast<DWORD>(sizeof(PRINTER_INFO_2A)) + StringBytes(StringsOf(*p));
+  for (const InfoStrings& s : texts) total += static_cast<DWORD>(sizeof(PRINTER_INFO_2A)) + StringBytes(s);
   return total;
 }
 
@@ -355,12 +360,13 @@ class SimSpooler : public platform::Spooler {
       return static_cast<BOOL>(f->result);
     SimPrinter* p = nullptr;
     if (DWORD error = PrinterOf(c, printer, p)) return Fail(c, error);
-    if (level != 2) return Fail(c, kErrorInvalidLevel);
+    if (level != 2) return Fail(c, ERROR_INVALID_LEVEL);
     if (!needed) return Fail(c, kErrorNullRefPointer);
     std::vector<const SimPrinter*> one{p};
-    *needed = NeededFor(one);
+    const std::vector<InfoStrings> texts = StringsOf(one);
+    *needed = NeededFor(texts);
     if (!buffer || size < *needed) return Fail(c, ERROR_INSUFFICIENT_BUFFER);
-    FillPrinterInfo(one, buffer);
+    FillPrinterInfo(one, texts, buffer);
     return TRUE;
   }
 
@@ -389,7 +395,7 @@ class SimSpooler : public platform::Spooler {
       return static_cast<BOOL>(f->result);
     if (!needed || !returned) return Fail(c, kErrorNullRefPointer);
     *returned = 0;
-    if (level != 2) return Fail(c, kErrorInvalidLevel);
+    if (level != 2) return Fail(c, ERROR_INVALID_LEVEL);
 
     std::vector<const SimPrinter*> list;
     std::vector<SimPrinter> shared;
@@ -413,10 +419,11 @@ class SimSpooler : public platform::Spooler {
         if (wanted) list.push_back(&p);
       }
     }
-    *needed = NeededFor(list);
+    const std::vector<InfoStrings> texts = StringsOf(list);
+    *needed = NeededFor(texts);
     if (list.empty()) return TRUE;
     if (!buffer || size < *needed) return Fail(c, ERROR_INSUFFICIENT_BUFFER);
-    FillPrinterInfo(list, buffer);
+    FillPrinterInfo(list, texts, buffer);
     *returned = static_cast<DWORD>(list.size());
     return TRUE;
   }
@@ -531,7 +538,7 @@ class SimSpooler : public platform::Spooler {
     if (const Fault* f = c.TakeFault(call, ArgText(name))) return static_cast<BOOL>(f->result);
     if (!needed || !returned) return Fail(c, kErrorNullRefPointer);
     *returned = 0;
-    if (level != 1) return Fail(c, kErrorInvalidLevel);
+    if (level != 1) return Fail(c, ERROR_INVALID_LEVEL);
     if (name && *name) return Fail(c, ERROR_INVALID_NAME);
     std::vector<std::string> names;
     for (const std::string& item : c.machine.*list) names.push_back(ToAnsi(item));
@@ -557,7 +564,7 @@ class SimSpooler : public platform::Spooler {
       return static_cast<BOOL>(f->result);
     SimPrinter* p = nullptr;
     if (DWORD error = PrinterOf(c, printer, p)) return Fail(c, error);
-    if (level != 2) return Fail(c, kErrorInvalidLevel);
+    if (level != 2) return Fail(c, ERROR_INVALID_LEVEL);
     if (!buffer || command != 0) return Fail(c, ERROR_INVALID_PARAMETER);
     p->attributes = info.Attributes;
     if (c.machine.platformId == 1 && (info.Attributes & PRINTER_ATTRIBUTE_DEFAULT))
@@ -571,7 +578,7 @@ class SimSpooler : public platform::Spooler {
     if (!printerName || !*printerName) {
       // No name: the default stays; without one the first printer becomes it.
       if (c.CurrentDefault()) return TRUE;
-      if (c.machine.printers.empty()) return Fail(c, kErrorNoMoreItems);
+      if (c.machine.printers.empty()) return Fail(c, ERROR_NO_MORE_ITEMS);
       MakeDefault(c, c.machine.printers.front());
       return TRUE;
     }
@@ -590,7 +597,7 @@ class SimSpooler : public platform::Spooler {
     if (!q) return Fail(c, ERROR_INVALID_PRINTER_NAME);
     if (FindPrinter(c, name)) return TRUE;
     // A driver the client lacks comes from the server with the connection.
-    if (q->driver && !DriverInstalled(c, *q->driver)) {
+    if (q->driver && !Listed(c.machine.drivers, *q->driver)) {
       if (c.StandardUser() && DriverInstallRefused(c.machine)) return Fail(c, kErrorPrinterDriverDownloadNeeded);
       c.machine.drivers.push_back(*q->driver);
     }
@@ -629,11 +636,11 @@ class SimSpooler : public platform::Spooler {
     if (const Fault* f = c.TakeFault("AddPrinterDriverA",
                                      std::vector<std::string>{ArgText(name), ArgText(info.pName)}))
       return static_cast<BOOL>(f->result);
-    if (level != 2) return Fail(c, kErrorInvalidLevel);
+    if (level != 2) return Fail(c, ERROR_INVALID_LEVEL);
     if (!driverInfo || !info.pName || !*info.pName) return Fail(c, ERROR_INVALID_PARAMETER);
     if (c.StandardUser()) return Fail(c, ERROR_ACCESS_DENIED);
     const std::string driverName = ArgText(info.pName);
-    if (DriverInstalled(c, driverName)) return Fail(c, ERROR_PRINTER_DRIVER_ALREADY_INSTALLED);
+    if (Listed(c.machine.drivers, driverName)) return Fail(c, ERROR_PRINTER_DRIVER_ALREADY_INSTALLED);
     c.machine.drivers.push_back(driverName);
     return TRUE;
   }
@@ -643,17 +650,14 @@ class SimSpooler : public platform::Spooler {
     if (const Fault* f = c.TakeFault("AddPrinterA", std::vector<std::string>{
                                                         ArgText(name), ArgText(info.pPrinterName)}))
       return reinterpret_cast<HANDLE>(static_cast<uintptr_t>(f->result));
-    if (level != 2) return FailHandle(c, kErrorInvalidLevel);
+    if (level != 2) return FailHandle(c, ERROR_INVALID_LEVEL);
     if (!printerInfo) return FailHandle(c, ERROR_INVALID_PARAMETER);
     if (c.StandardUser()) return FailHandle(c, ERROR_ACCESS_DENIED);
     std::string printerName = ArgText(info.pPrinterName);
     if (printerName.empty()) return FailHandle(c, ERROR_INVALID_PRINTER_NAME);
     if (FindPrinter(c, printerName)) return FailHandle(c, ERROR_PRINTER_ALREADY_EXISTS);
-    if (!DriverInstalled(c, ArgText(info.pDriverName))) return FailHandle(c, ERROR_UNKNOWN_PRINTER_DRIVER);
-    bool portKnown = false;
-    for (const std::string& port : c.machine.ports)
-      portKnown = portKnown || SameNoCase(port, ArgText(info.pPortName));
-    if (!portKnown) return FailHandle(c, ERROR_UNKNOWN_PORT);
+    if (!Listed(c.machine.drivers, ArgText(info.pDriverName))) return FailHandle(c, ERROR_UNKNOWN_PRINTER_DRIVER);
+    if (!Listed(c.machine.ports, ArgText(info.pPortName))) return FailHandle(c, ERROR_UNKNOWN_PORT);
 
     SimPrinter p;
     p.name = printerName;
@@ -679,8 +683,7 @@ class SimSpooler : public platform::Spooler {
     std::string port = ArgText(monitorName);
     if (port.empty()) return Fail(c, ERROR_INVALID_PARAMETER);
     if (c.StandardUser()) return Fail(c, ERROR_ACCESS_DENIED);
-    for (const std::string& existing : c.machine.ports)
-      if (SameNoCase(existing, port)) return Fail(c, kErrorAlreadyExists);
+    if (Listed(c.machine.ports, port)) return Fail(c, kErrorAlreadyExists);
     c.machine.ports.push_back(port);
     return TRUE;
   }
