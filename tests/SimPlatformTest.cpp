@@ -933,11 +933,18 @@ TEST_F(SimPlatformTest, EventLog_StringOver31839Characters_RefusedWith1500AndNot
   EXPECT_EQ(Sys().eventLog->ReportEventA(source, 4, 0, 20001, nullptr, 1, 61441, small,
                                          const_cast<char*>(data.c_str())), FALSE);
   EXPECT_EQ(Sys().system->GetLastError(), 1734u);
+  // The longest string is counted in characters of the code page: "ü" is
+  // one byte of 1252.
+  const std::string umlauts(31840, '\xFC');
+  LPCSTR tooManyUmlauts[] = {umlauts.c_str()};
+  EXPECT_EQ(Sys().eventLog->ReportEventA(source, 4, 0, 20001, nullptr, 1, 0, tooManyUmlauts, nullptr), FALSE);
+  EXPECT_EQ(Sys().system->GetLastError(), 1500u);
   const nlohmann::json t = Transcript();
   EXPECT_EQ(t["eventLogWritten"].size(), 1u);
   EXPECT_EQ(t["eventLogRefused"], nlohmann::json::parse(R"([
       {"id": 20001, "lastError": 1500, "longestString": 31840, "dataSize": 31841},
-      {"id": 20001, "lastError": 1734, "longestString": 1, "dataSize": 61441}])"));
+      {"id": 20001, "lastError": 1734, "longestString": 1, "dataSize": 61441},
+      {"id": 20001, "lastError": 1500, "longestString": 31840, "dataSize": 0}])"));
 
   // Characters count, not bytes: 31,839 two-byte characters of code page 932
   // pass.

@@ -68,7 +68,8 @@ class SimEventLog : public platform::EventLog {
     if (DWORD refused = Refusal(c, numStrings, dataSize, strings)) {
       c.lastError = refused;
       size_t longest = 0;
-      for (WORD i = 0; i < numStrings; ++i) longest = std::max(longest, Utf16FromAnsi(ArgText(strings[i])).size());
+      for (WORD i = 0; i < numStrings; ++i)
+        if (strings[i]) longest = std::max(longest, Utf16FromAnsi(strings[i]).size());
       c.eventLogRefused.push_back(nlohmann::json{
           {"id", eventId}, {"lastError", refused}, {"longestString", longest}, {"dataSize", dataSize}});
       return FALSE;
