@@ -124,11 +124,10 @@ class SimFiles : public platform::Files {
     if (const Fault* f = c.TakeFault("GetFileAttributesA", ArgText(fileName)))
       return static_cast<DWORD>(f->result);
     ResolvedPath path = c.Resolve(ArgText(fileName));
-    std::error_code ec;
-    if (path.status == ResolvedPath::kOk && fs::is_directory(path.host, ec)) return FILE_ATTRIBUTE_DIRECTORY;
-    if (path.status == ResolvedPath::kOk && fs::exists(path.host, ec)) return FILE_ATTRIBUTE_ARCHIVE;
+    if (path.status == ResolvedPath::kOk && DriveIsFolder(c, path.host)) return FILE_ATTRIBUTE_DIRECTORY;
+    if (path.status == ResolvedPath::kOk && DriveIsFile(c, path.host)) return FILE_ATTRIBUTE_ARCHIVE;
     if (path.status == ResolvedPath::kBadName) c.lastError = ERROR_INVALID_NAME;
-    else if (path.status == ResolvedPath::kOk && fs::is_directory(path.host.parent_path(), ec))
+    else if (path.status == ResolvedPath::kOk && DriveIsFolder(c, path.host.parent_path()))
       c.lastError = ERROR_FILE_NOT_FOUND;
     else c.lastError = ERROR_PATH_NOT_FOUND;
     return INVALID_FILE_ATTRIBUTES;
