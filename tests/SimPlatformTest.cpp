@@ -1056,6 +1056,21 @@ TEST_F(SimPlatformTest, System_GetFullPathName_MakesPathsWholeWithoutLookingAtTh
   EXPECT_EQ(Sys().system->GetLastError(), static_cast<DWORD>(ERROR_INVALID_NAME));
 }
 
+TEST_F(SimPlatformTest, System_GetFullPathName_FromAShare_StaysOnTheShare) {
+  machine["exePath"] = "\\\\SRV\\netlogon\\Deploy\\ZandolinEngine.exe";
+  Install();
+  auto full = [](const char* name) {
+    std::string buffer(MAX_PATH, '\0');
+    DWORD length = Sys().system->GetFullPathNameA(name, MAX_PATH, buffer.data(), nullptr);
+    return buffer.substr(0, length);
+  };
+  EXPECT_EQ(full("move.ini"), "\\\\SRV\\netlogon\\Deploy\\move.ini");
+  EXPECT_EQ(full("..\\..\\..\\x.ini"), "\\\\SRV\\netlogon\\x.ini");
+  EXPECT_EQ(full("\\Root.ini"), "\\\\SRV\\netlogon\\Root.ini");
+  EXPECT_EQ(full("C:x.ini"), "C:\\x.ini");
+  EXPECT_EQ(full("."), "\\\\SRV\\netlogon\\Deploy");
+}
+
 TEST_F(SimPlatformTest, System_NoUser_GetUserNameFailsAndLeavesBuffer) {
   machine["userName"] = nullptr;
   Install();

@@ -50,19 +50,22 @@ std::string FullWindowsPath(const std::string& path, const std::string& currentD
   auto isDrive = [](const std::string& t) {
     return t.size() >= 2 && std::isalpha(static_cast<unsigned char>(t[0])) && t[1] == ':';
   };
-  const bool unc = text.rfind("\\\\", 0) == 0;
+  // \\server\share is the root of a UNC path; what follows is relative to it.
+  auto uncRoot = [](const std::string& t) {
+    size_t server = t.find('\\', 2);
+    return t.substr(0, server == std::string::npos ? server : t.find('\\', server + 1));
+  };
   std::string root, rest;
-  if (unc) {
-    // \\server\share is the root; what follows is relative to it.
-    size_t server = text.find('\\', 2);
-    size_t share = server == std::string::npos ? server : text.find('\\', server + 1);
-    root = text.substr(0, share);
-    rest = share == std::string::npos ? "" : text.substr(share);
+  if (text.rfind("\\\\", 0) == 0) {
+    root = uncRoot(text);
+    rest = text.substr(root.size());
   } else if (isDrive(text) && text.size() > 2 && text[2] == '\\') {
     root = text.substr(0, 2);
     rest = text.substr(2);
   } else {
-    const std::string cwdRoot = isDrive(currentDir) ? currentDir.substr(0, 2) : "C:";
+    const std::string cwdRoot = currentDir.rfind("\\\\", 0) == 0 ? uncRoot(currentDir)
+                                : isDrive(currentDir)            ? currentDir.substr(0, 2)
+                                                                 : "C:";
     if (isDrive(text)) {
       const bool onCwdDrive = std::toupper(static_cast<unsigned char>(text[0])) ==
                               std::toupper(static_cast<unsigned char>(cwdRoot[0]));
@@ -73,7 +76,7 @@ std::string FullWindowsPath(const std::string& path, const std::string& currentD
       rest = text;
     } else {
       root = cwdRoot;
-      rest = currentDir.substr(std::min<size_t>(2, currentDir.size())) + "\\" + text;
+      rest = currentDir.substr(std::min(cwdRoot.size(), currentDir.size())) + "\\" + text;
     }
   }
   std::vector<std::string> names;
@@ -94,7 +97,7 @@ std::string FullWindowsPath(const std::string& path, const std::string& currentD
   std::string full = root;
   for (const std::string& n : names) full += "\\" + n;
   // A name ending in a backslash keeps it, and so does a drive's root.
-  if ((names.empty() && !unc) || text.back() == '\\') full += "\\";
+  if ((names.empty() && root.rfind("\\\\", 0) != 0) || text.back() == '\\') full += "\\";
   return full;
 }
 
