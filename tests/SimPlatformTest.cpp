@@ -670,6 +670,16 @@ TEST_F(SimPlatformTest, Files_GetFileAttributes_TellsFolderFileAndAbsence) {
   EXPECT_EQ(Sys().system->GetLastError(), static_cast<DWORD>(ERROR_INVALID_NAME));
 }
 
+TEST_F(SimPlatformTest, Files_GetFileAttributes_SeesFilesKeptInMemory) {
+  WriteFile("C:\\Reports\\old.txt", "x");
+  Install();
+  client->KeepFilesInMemory();
+  EXPECT_FALSE(Sys().files->AppendText("C:\\Reports\\new.txt", "y").failed());
+  EXPECT_FALSE(FileExists("C:\\Reports\\new.txt"));
+  EXPECT_EQ(Sys().files->GetFileAttributesA("C:\\Reports\\new.txt"), static_cast<DWORD>(FILE_ATTRIBUTE_ARCHIVE));
+  EXPECT_EQ(Sys().system->GetLastError(), 0u);
+}
+
 TEST_F(SimPlatformTest, Files_FirstFile_GivesFirstMatchInNameOrder) {
   WriteFile("C:\\Deploy\\zeta.ini", "");
   WriteFile("C:\\Deploy\\Beta.INI", "");
