@@ -30,27 +30,10 @@ bool IsAscii(std::string_view text) {
 // The next code point of UTF-8 text at i; an invalid sequence gives U+FFFD
 // and moves on by one byte.
 uint32_t NextUtf8(std::string_view text, size_t& i) {
-  unsigned char b = static_cast<unsigned char>(text[i]);
-  if (b < 0x80) {
-    ++i;
-    return b;
-  }
-  size_t n = (b & 0xE0) == 0xC0 ? 1 : (b & 0xF0) == 0xE0 ? 2 : (b & 0xF8) == 0xF0 ? 3 : 0;
-  uint32_t cp = n == 1 ? (b & 0x1Fu) : n == 2 ? (b & 0x0Fu) : (b & 0x07u);
-  bool valid = n > 0 && i + n < text.size();
-  for (size_t j = 1; valid && j <= n; ++j) {
-    unsigned char c = static_cast<unsigned char>(text[i + j]);
-    if ((c & 0xC0) != 0x80) valid = false;
-    else cp = cp << 6 | (c & 0x3Fu);
-  }
-  static const uint32_t kMin[] = {0, 0x80, 0x800, 0x10000};
-  if (valid && (cp < kMin[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))) valid = false;
-  if (!valid) {
-    ++i;
-    return kReplacement;
-  }
-  i += n + 1;
-  return cp;
+  uint32_t cp;
+  if (platform::DecodeUtf8(text, i, cp)) return cp;
+  ++i;
+  return kReplacement;
 }
 
 void AppendUtf16(std::u16string& out, uint32_t cp) {

@@ -2,6 +2,7 @@
 // one. The file itself is read and written in SimMachineFile.cpp.
 #include "platform/sim/SimMachine.h"
 
+#include "platform/Utf8.h"
 #include "platform/sim/SimCodePage.h"
 #include "platform/sim/Simulator.h"
 
@@ -553,35 +554,10 @@ std::pair<size_t, size_t> LineAndColumn(const std::string& text, size_t offset) 
 }
 
 bool ValidUtf8(const std::vector<uint8_t>& bytes, size_t begin, size_t end) {
-  size_t i = begin;
-  while (i < end) {
-    uint8_t c = bytes[i];
-    size_t n;
-    uint32_t cp;
-    if (c < 0x80) {
-      ++i;
-      continue;
-    } else if ((c & 0xE0) == 0xC0) {
-      n = 1;
-      cp = c & 0x1F;
-    } else if ((c & 0xF0) == 0xE0) {
-      n = 2;
-      cp = c & 0x0F;
-    } else if ((c & 0xF8) == 0xF0) {
-      n = 3;
-      cp = c & 0x07;
-    } else {
-      return false;
-    }
-    if (i + n >= end) return false;
-    for (size_t j = 1; j <= n; ++j) {
-      if ((bytes[i + j] & 0xC0) != 0x80) return false;
-      cp = cp << 6 | (bytes[i + j] & 0x3F);
-    }
-    static const uint32_t kMin[] = {0, 0x80, 0x800, 0x10000};
-    if (cp < kMin[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
-    i += n + 1;
-  }
+  const std::string_view text(reinterpret_cast<const char*>(bytes.data()) + begin, end - begin);
+  uint32_t cp;
+  for (size_t i = 0; i < text.size();)
+    if (!platform::DecodeUtf8(text, i, cp)) return false;
   return true;
 }
 
