@@ -275,15 +275,6 @@ TEST_F(SimMachineTest, LoadMachine_SyntaxError_GivesLineAndColumn) {
                      "end of input; expected ']'");
 }
 
-// Found by fuzz/fuzz_machine: the parser's out-of-range error escaped.
-TEST_F(SimMachineTest, LoadMachine_NumberBeyondADouble_GivesLineAndColumn) {
-  const std::string expected =
-      " is beyond the range of a double (expected a number from -1.7976931348623157e308 to "
-      "1.7976931348623157e308)";
-  EXPECT_EQ(ErrorOf("{\n  \"timerIntervalMs\": 1e400\n}\n"), File() + ": line 2, column 22: the number 1e400" + expected);
-  EXPECT_EQ(ErrorOf("[-1e663]"), File() + ": line 1, column 2: the number -1e663" + expected);
-}
-
 TEST_F(SimMachineTest, LoadMachine_TopLevelNotAnObject_IsRefused) {
   EXPECT_EQ(ErrorOf("[]"), File() + ": field '(top level)': expected an object");
 }
@@ -452,9 +443,12 @@ TEST_F(SimMachineTest, ClientLoad_BadMachineJson_ThrowsMachineError) {
 
 // ---------------------------------------------------------------- input that is no machine.json
 
+// Found by fuzz/fuzz_machine: the parser's out-of-range error escaped.
 TEST_F(SimMachineTest, LoadMachine_NumberBeyondADouble_NamesItsPlaceWherever) {
   const std::string range = " is beyond the range of a double (expected a number from "
                             "-1.7976931348623157e308 to 1.7976931348623157e308)";
+  EXPECT_EQ(ErrorOf("{\n  \"timerIntervalMs\": 1e400\n}\n"), File() + ": line 2, column 22: the number 1e400" + range);
+  EXPECT_EQ(ErrorOf("[-1e663]"), File() + ": line 1, column 2: the number -1e663" + range);
   EXPECT_EQ(ErrorOf(R"({"os": {"platformId": 1e400}})"),
             File() + ": line 1, column 23: the number 1e400" + range);
   EXPECT_EQ(ErrorOf("{\n  \"unknownField\": [1, 2,\n    -1E+999]\n}"),
